@@ -1,0 +1,262 @@
+// SPDX-License-Identifier: Apache-2.0
+// The options as data for the parser, and what CLI11 leaves to us: words, unknown options, values.
+#include "cli/arguments.h"
+
+#include <fmt/format.h>
+#include <unistd.h>
+
+#include <CLI/CLI.hpp>
+#include <cmath>
+#include <cstdlib>
+#include <cstring>
+#include <map>
+
+#include "cli/failure.h"
+#include "cli/text.h"
+
+namespace cli {
+
+namespace {
+
+constexpr const char* kForms[] = {"table", "wide", "json", "ndjson", "csv",
+                                  "tsv",   "sh",   "name", "value"};
+
+constexpr double kLongestWait = 1e9;  // seconds; the next larger wait is "inf"
+
+// What the parser leaves as text until all of it has been read.
+struct Raw {
+  std::string form = "table";
+  std::string fields;
+  std::string timeout;
+  std::string color = "auto";
+  bool harmless = false;
+};
+
+struct OptionHelp {
+  const char* names;
+  const char* text;
+};
+
+constexpr OptionHelp kOptionHelp[] = {
+    {"--registry FILE", "the global registry to use, instead of the one `where` tells"},
+    {"--host-wide", "skip the instance's own registry"},
+    {"-o, --output FORM", "table, wide, json, ndjson, csv, tsv, sh, name, value"},
+    {"--fields A,B", "these fields, in this order"},
+    {"--where EXPR", "F=GLOB, F!=GLOB, F~REGEX, F>=V and so on; may be repeated, all must hold"},
+    {"--sort [-]FIELD", "in the order of a field; with - the other way round"},
+    {"--no-headings", "leave out the headings of tables, csv and tsv"},
+    {"-0", "end names and values with a NUL byte"},
+    {"--service S", "the key's service, when a name holds \"/\""},
+    {"--version-of V", "the key's version"},
+    {"--name N", "the key's last part: the instance's or the variable's name"},
+    {"--unset FIELD", "make a field absent, as FIELD= does"},
+    {"--must-exist", "set: refuse to add"},
+    {"--replace", "set: exactly the fields given, all others absent"},
+    {"--missing-ok", "remove: a record that is not there is no failure"},
+    {"--all", "several duplicates, where a format allows them"},
+    {"-n, --dry-run", "run on a private copy, show the difference, write nothing"},
+    {"--diff", "show the difference, and write"},
+    {"--detailed-exitcode", "10 when something changed, 0 when there was nothing to change"},
+    {"--timeout S", "wait at most S seconds for a lock (30; 0; inf)"},
+    {"--why", "where: what chose the registry"},
+    {"-q, --quiet", "no reports of what was done or not found"},
+    {"-v, --verbose", "the library's own log on standard error"},
+    {"--color WHEN", "auto, always, never"},
+    {"--yes, --no-history", "accepted everywhere"},
+    {"-h, --help", "this help, also behind a noun or a verb"},
+    {"--version", "the version of vrxreg"},
+};
+
+struct BitOption {
+  const char* name;
+  unsigned bit;
+};
+
+constexpr BitOption kBitOptions[] = {
+    {"--fields", kAcceptsFields},         {"--where", kAcceptsWhere},
+    {"--sort", kAcceptsSort},             {"--no-headings", kAcceptsHeadings},
+    {"-0", kAcceptsZero},                 {"--service", kAcceptsKeyParts},
+    {"--version-of", kAcceptsKeyParts},   {"--name", kAcceptsKeyParts},
+    {"--unset", kAcceptsUnset},           {"--must-exist", kAcceptsMustExist},
+    {"--replace", kAcceptsReplace},       {"--missing-ok", kAcceptsMissingOk},
+    {"--all", kAcceptsAll},               {"--dry-run", kAcceptsDryRun},
+    {"--diff", kAcceptsDryRun},           {"--detailed-exitcode", kAcceptsDetailed},
+    {"--why", kAcceptsWhy},
+};
+
+void addReadingOptions(CLI::App& app, Arguments& arguments, Raw& raw) {
+  app.add_option("--registry", arguments.registry);
+  app.add_flag("--host-wide", arguments.hostWide);
+  app.add_option("-o,--output", raw.form);
+  app.add_option("--fields", raw.fields);
+  app.add_option("--where", arguments.where)->allow_extra_args(false);
+  app.add_option("--sort", arguments.sort);
+  app.add_flag("--no-headings", arguments.noHeadings);
+  app.add_flag("-0", arguments.zero);
+  app.add_option("--service", arguments.service);
+  app.add_option("--version-of", arguments.version);
+  app.add_option("--name", arguments.name);
+  app.add_flag("--why", arguments.why);
+}
+
+void addChangingOptions(CLI::App& app, Arguments& arguments, Raw& raw) {
+  app.add_option("--unset", arguments.unset)->allow_extra_args(false);
+  app.add_flag("--must-exist", arguments.mustExist);
+  app.add_flag("--replace", arguments.replace);
+  app.add_flag("--missing-ok", arguments.missingOk);
+  app.add_flag("--all", arguments.all);
+  app.add_flag("-n,--dry-run", arguments.dryRun);
+  app.add_flag("--diff", arguments.diff);
+  app.add_flag("--detailed-exitcode", arguments.detailedExitCode);
+  app.add_option("--timeout", raw.timeout);
+  app.add_flag("-q,--quiet", arguments.quiet);
+  app.add_flag("-v,--verbose", arguments.verbose);
+  app.add_option("--color", raw.color);
+  app.add_flag("--yes", raw.harmless);
+  app.add_flag("--no-history", raw.harmless);
+  app.add_flag("-h,--help", arguments.help);
+  app.add_flag("--version", arguments.showVersion);
+}
+
+Form parseForm(const std::string& text) {
+  std::vector<std::string> names(std::begin(kForms), std::end(kForms));
+  for (std::size_t i = 0; i < names.size(); ++i) {
+    if (text == names[i]) return static_cast<Form>(i);
+  }
+  throw usageFailure(fmt::format("-o {}: no such form{}; there are {}", text,
+                                 suggestion(text, names), join(names, ", ")));
+}
+
+long long parseTimeout(const std::string& text) {
+  if (text.empty()) return kDefaultTimeLimit;
+  if (text == "inf") return kNoTimeLimit;
+  char* end = nullptr;
+  const double seconds = std::strtod(text.c_str(), &end);
+  const bool plain = text.find_first_not_of("0123456789.") == std::string::npos;
+  if (!plain || *end != '\0' || !(seconds <= kLongestWait)) {
+    throw usageFailure(fmt::format("--timeout {}: give seconds (0, 2, 0.5) or inf", text));
+  }
+  return std::llround(seconds * 1000);
+}
+
+bool parseColor(const std::string& text) {
+  if (text == "always") return true;
+  if (text == "never") return false;
+  if (text != "auto") {
+    throw usageFailure(fmt::format("--color {}: give auto, always or never", text));
+  }
+  const char* noColor = std::getenv("NO_COLOR");
+  const char* terminal = std::getenv("TERM");
+  if (noColor != nullptr && *noColor != '\0') return false;
+  if (terminal == nullptr || std::strcmp(terminal, "dumb") == 0) return false;
+  return isatty(STDOUT_FILENO) == 1;
+}
+
+std::vector<std::string> optionNames() {
+  std::vector<std::string> names;
+  for (const OptionHelp& option : kOptionHelp) {
+    for (const std::string& part : split(option.names, ' ')) {
+      if (part.rfind("--", 0) == 0) names.push_back(part.substr(0, part.find(',')));
+    }
+  }
+  return names;
+}
+
+// A negative number is a word: programs print status codes as such.
+bool isOption(const std::string& word) {
+  return word.size() > 1 && word[0] == '-' && (word[1] < '0' || word[1] > '9');
+}
+
+void takeWords(const std::vector<std::string>& rest, Arguments* arguments) {
+  bool wordsOnly = false;
+  for (const std::string& word : rest) {
+    if (!wordsOnly && word == "--") {
+      wordsOnly = true;
+    } else if (!wordsOnly && isOption(word)) {
+      const std::string name = word.substr(0, word.find('='));
+      throw usageFailure(
+          fmt::format("{}: no such option{}", name, suggestion(name, optionNames())));
+    } else {
+      arguments->words.push_back(word);
+    }
+  }
+}
+
+void noteGivenOptions(const CLI::App& app, Arguments* arguments) {
+  for (const BitOption& option : kBitOptions) {
+    if (app.count(option.name) == 0) continue;
+    arguments->given |= option.bit;
+    arguments->givenNames.emplace_back(option.name);
+  }
+}
+
+// "--name=" would take the next word for its value.
+void refuseEmptyValues(int count, char** strings) {
+  for (int i = 1; i < count && std::strcmp(strings[i], "--") != 0; ++i) {
+    const std::string_view word = strings[i];
+    if (word.substr(0, 2) == "--" && word.find('=') == word.size() - 1) {
+      throw usageFailure(fmt::format("{}: a value is missing", word));
+    }
+  }
+}
+
+void finish(const CLI::App& app, const Raw& raw, Arguments* arguments) {
+  arguments->form = parseForm(raw.form);
+  arguments->timeLimit = parseTimeout(raw.timeout);
+  arguments->color = parseColor(raw.color);
+  if (app.count("--fields") != 0) arguments->fields = split(raw.fields, ',');
+  if (arguments->registry && arguments->hostWide) {
+    throw usageFailure("--registry and --host-wide exclude each other");
+  }
+  if (arguments->registry && arguments->registry->empty()) {
+    throw usageFailure("--registry: the file's name is empty");
+  }
+  noteGivenOptions(app, arguments);
+  takeWords(app.remaining(), arguments);
+}
+
+}  // namespace
+
+Arguments parseArguments(int count, char** strings) {
+  refuseEmptyValues(count, strings);
+  Arguments arguments;
+  Raw raw;
+  CLI::App app;
+  app.set_help_flag();
+  app.allow_extras();
+  addReadingOptions(app, arguments, raw);
+  addChangingOptions(app, arguments, raw);
+  for (CLI::Option* option : app.get_options()) {
+    if (option->get_items_expected_max() == 1) option->multi_option_policy(CLI::MultiOptionPolicy::Throw);
+  }
+  try {
+    app.parse(count, strings);
+  } catch (const CLI::ParseError& error) {
+    throw usageFailure(error.what());
+  }
+  arguments.count = count;
+  arguments.strings = strings;
+  finish(app, raw, &arguments);
+  return arguments;
+}
+
+bool asksForJson(int count, char** strings) {
+  bool json = false;
+  for (int i = 1; i < count && std::strcmp(strings[i], "--") != 0; ++i) {
+    std::string word = strings[i];
+    if ((word == "-o" || word == "--output") && i + 1 < count) word = "-o" + std::string(strings[i + 1]);
+    if (word.rfind("--output=", 0) == 0) word = "-o" + word.substr(std::strlen("--output="));
+    if (word.rfind("-o", 0) == 0) json = word == "-ojson" || word == "-ondjson";
+  }
+  return json;
+}
+
+std::string optionsHelp() {
+  std::string text;
+  for (const OptionHelp& option : kOptionHelp) {
+    text += fmt::format("  {:<22} {}\n", option.names, option.text);
+  }
+  return text;
+}
+
+}  // namespace cli

@@ -1,0 +1,162 @@
+// SPDX-License-Identifier: Apache-2.0
+// Typed values: reading what was typed, printing what is stored, putting values in order.
+#include "cli/value.h"
+
+#include <fmt/format.h>
+
+#include <cctype>
+#include <limits>
+
+#include "cli/failure.h"
+#include "oss/version_code.h"
+#include "platform/osse/strings.h"
+
+namespace cli {
+
+namespace {
+
+constexpr std::uint64_t kMaxPart = 0xFFFF;
+constexpr int kMaxParts = 4;
+
+struct TextOf {
+  std::string operator()(std::monostate) const { return {}; }
+  std::string operator()(const std::string& text) const { return text; }
+  std::string operator()(std::uint64_t number) const { return std::to_string(number); }
+  std::string operator()(bool yes) const { return yes ? "yes" : "no"; }
+  std::string operator()(Version version) const {
+    char text[kVersionStringSize];
+    if (ossVersionCodeToString(version.code, text, sizeof text) != genreg::status::ok) return {};
+    return text;
+  }
+};
+
+[[noreturn]] void refuse(const Field& field, const std::string& why) {
+  Failure failure(Exit::refused, fmt::format("{}: {}", field.name, why));
+  failure.field = field.name;
+  throw failure;
+}
+
+Value parseText(const Field& field, const std::string& text) {
+  if (text.size() > field.maxBytes) {
+    refuse(field, fmt::format("{} bytes are too long, the limit is {}", text.size(), field.maxBytes));
+  }
+  return text;
+}
+
+Value parseBoolean(const Field& field, const std::string& text) {
+  bool yes = false;
+  if (ossStrToBoolean(text.c_str(), &yes) != genreg::status::ok) {
+    refuse(field, fmt::format("\"{}\" is neither yes nor no", text));
+  }
+  return yes;
+}
+
+Value parseUnsigned(const Field& field, const std::string& text, std::uint64_t limit) {
+  std::uint64_t number = 0;
+  if (!parseNumber(text, limit, &number)) {
+    refuse(field, fmt::format("\"{}\" is no number from 0 to {}", text, limit));
+  }
+  return number;
+}
+
+// A digit is a number, so that what is printed reads back as the same byte.
+Value parseByte(const Field& field, const std::string& text) {
+  const auto first = static_cast<unsigned char>(text.front());
+  if (text.size() == 1 && std::isdigit(first) == 0) return std::uint64_t{first};
+  std::uint64_t number = 0;
+  if (!parseNumber(text, std::numeric_limits<unsigned char>::max(), &number)) {
+    refuse(field, fmt::format("\"{}\" is neither one character nor a number from 0 to 255", text));
+  }
+  return number;
+}
+
+Value parseVersionField(const Field& field, const std::string& text) {
+  Version version;
+  if (!parseVersion(text, &version)) {
+    refuse(field, fmt::format("\"{}\" is no version: four numbers up to 65535, as in 3.1.0.7", text));
+  }
+  return version;
+}
+
+template <typename T>
+int compareOrdered(const T& a, const T& b) {
+  if (a < b) return -1;
+  return b < a ? 1 : 0;
+}
+
+}  // namespace
+
+std::string valueText(const Value& value) { return std::visit(TextOf{}, value); }
+
+bool parseNumber(std::string_view text, std::uint64_t limit, std::uint64_t* number) {
+  const bool hexadecimal = text.size() > 2 && text[0] == '0' && (text[1] == 'x' || text[1] == 'X');
+  const std::uint64_t base = hexadecimal ? 16 : 10;
+  if (hexadecimal) text.remove_prefix(2);
+  if (text.empty()) return false;
+  std::uint64_t sum = 0;
+  for (const char c : text) {
+    const auto byte = static_cast<unsigned char>(c);
+    if (std::isxdigit(byte) == 0 || (!hexadecimal && std::isdigit(byte) == 0)) return false;
+    const int digit = std::isdigit(byte) != 0 ? c - '0' : std::tolower(byte) - 'a' + 10;
+    const auto next = static_cast<std::uint64_t>(digit);
+    if (sum > limit / base || next > limit - sum * base) return false;
+    sum = sum * base + next;
+  }
+  *number = sum;
+  return true;
+}
+
+bool parseVersion(const std::string& text, Version* version) {
+  std::uint64_t code = 0;
+  int parts = 0;
+  for (std::size_t start = 0; start <= text.size(); ++parts) {
+    const std::size_t dot = std::min(text.find('.', start), text.size());
+    const std::string_view part = std::string_view(text).substr(start, dot - start);
+    std::uint64_t number = 0;
+    const bool decimal = part.find_first_of("xX") == std::string_view::npos;
+    if (parts == kMaxParts || !decimal || !parseNumber(part, kMaxPart, &number)) return false;
+    code = code << 16 | number;
+    start = dot + 1;
+  }
+  version->code = code << (16 * (kMaxParts - parts));
+  return true;
+}
+
+Value parseValue(const Field& field, const std::string& text) {
+  if (text.empty()) return {};
+  switch (field.kind) {
+    case Kind::number:
+      return parseUnsigned(field, text, std::numeric_limits<std::uint32_t>::max());
+    case Kind::boolean:
+      return parseBoolean(field, text);
+    case Kind::version:
+      return parseVersionField(field, text);
+    case Kind::byte:
+      return parseByte(field, text);
+    case Kind::text:
+      break;
+  }
+  return parseText(field, text);
+}
+
+int compareValues(const Value& a, const Value& b) {
+  if (isAbsent(a) || isAbsent(b)) return compareOrdered(isAbsent(a), isAbsent(b));
+  if (a.index() != b.index()) return compareOrdered(valueText(a), valueText(b));
+  if (const auto* version = std::get_if<Version>(&a)) {
+    return compareOrdered(version->code, std::get<Version>(b).code);
+  }
+  if (const auto* number = std::get_if<std::uint64_t>(&a)) {
+    return compareOrdered(*number, std::get<std::uint64_t>(b));
+  }
+  if (const auto* yes = std::get_if<bool>(&a)) return compareOrdered(*yes, std::get<bool>(b));
+  return compareOrdered(std::get<std::string>(a), std::get<std::string>(b));
+}
+
+int findField(const std::vector<Field>& fields, std::string_view name) {
+  for (std::size_t i = 0; i < fields.size(); ++i) {
+    if (name == fields[i].name) return static_cast<int>(i);
+  }
+  return -1;
+}
+
+}  // namespace cli

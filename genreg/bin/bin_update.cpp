@@ -1,0 +1,301 @@
+// SPDX-License-Identifier: Apache-2.0
+// Add, Change and Delete of the binary store: the loop over frames into the temporary copy, and
+// what each operation does with a frame. The steps around the loop are in genreg/internal/update.h.
+#include <cstdio>
+#include <cstring>
+
+#include "genreg/bin/bin_store.h"
+#include "genreg/bin/internal/bin_checks.h"
+#include "genreg/bin/internal/frame_reader.h"
+#include "genreg/internal/update.h"
+#include "platform/osse/files.h"
+#include "platform/osse/trace.h"
+
+using namespace genreg;
+
+namespace {
+
+// What becomes of a stored record.
+enum class Verdict { kKeep, kReplace, kDrop };
+
+// What the three operations share: the caller's mask, the reader of stored frames with the image of
+// the frame just read, and the loop.
+class BinEdit {
+ public:
+  BinEdit(Operation& op, GenRegBin& store, unsigned long long mask)
+      : store_(store),
+        mask_(mask),
+        reader_(op, store, status::no_scratch_memory, status::scratch_not_released),
+        image_(op, status::no_scratch_memory, status::scratch_not_released),
+        given_(op, store, status::no_scratch_memory, status::scratch_not_released) {}
+
+  void release() {
+    given_.release();
+    image_.release();
+    reader_.release();
+  }
+
+ protected:
+  // Copies every stored frame into the temporary copy, as `edit.judge(op)` decides for each.
+  template <class Edit>
+  void copyFrames(Operation& op, Edit& edit);
+  bool readStored(Operation& op);
+  void writeVerdict(Operation& op, Verdict verdict, void* replacement);
+  void keepPlainFrame(Operation& op);
+  void prepareGiven(Operation& op, void* record);
+  bool storedMatches(Operation& op, void* record) {
+    return matches(op, store_, mask_, reader_.record(), record);
+  }
+  void checkOnlyMatch(Operation& op);
+  void checkAnyMatch(Operation& op) {
+    if (!op.failed() && matchCount_ == 0) op.fail(600, status::no_match);
+  }
+
+  GenRegBin& store_;
+  const unsigned long long mask_;
+  unsigned long maxRecord_ = 0;
+  FrameReader reader_;
+  ScratchBuffer image_;  // the frame just read, as it is stored
+  RecordBlock given_;    // the caller's record, which itself is never written to
+  unsigned long matchCount_ = 0;
+};
+
+// Reads the next stored record into the reader and its image. False at the end, or on a failure.
+bool BinEdit::readStored(Operation& op) {
+  const GenRegStatus rc = reader_.next();
+  if (rc == status::end_of_registry) return false;
+  if (rc != status::ok) {
+    op.fail(610, status::read_failed, rc);
+    return false;
+  }
+  if (!image_.reserve(611, reader_.frameLength())) return false;
+  std::memcpy(image_.block(), reader_.frame(), reader_.frameLength());
+  reader_.unpack(op);
+  return !op.failed();
+}
+
+template <class Edit>
+void BinEdit::copyFrames(Operation& op, Edit& edit) {
+  reader_.readFrom(store_.registryStream, store_.registrySize);
+  while (readStored(op)) {
+    const Verdict verdict = edit.judge(op);
+    if (!op.failed()) writeVerdict(op, verdict, edit.secondRecord());
+    if (op.failed()) return;
+  }
+}
+
+// A plain frame is kept to the byte, whatever its length.
+void BinEdit::keepPlainFrame(Operation& op) {
+  Operation write(kGenRegBinWriteRecord, store_.registryPath);
+  writeFrameBytes(write, store_.temporaryStream, lengthOrderOf(store_), image_.block(),
+                  reader_.frameLength());
+  if (write.failed()) op.fail(620, status::copy_write_failed, write.status());
+}
+
+void BinEdit::writeVerdict(Operation& op, Verdict verdict, void* replacement) {
+  if (verdict == Verdict::kDrop) return;
+  const bool packed = store_.isFeatureSet(kGenRegPacked);
+  if (verdict == Verdict::kKeep && !packed) {
+    keepPlainFrame(op);
+    return;
+  }
+  if (packed && verdict == Verdict::kReplace) reader_.takeIn(given_.record(), maxRecord_);
+  reader_.pack(op, image_.block());
+  if (op.failed()) return;
+  void* record = packed ? reader_.record() : replacement;
+  const GenRegStatus rc = statusOf(store_.WriteRecord(store_.temporaryStream, record));
+  if (rc != status::ok) op.fail(621, status::copy_write_failed, rc);
+}
+
+// Copies the caller's record into the block of the store's own, which has room for its packed form.
+void BinEdit::prepareGiven(Operation& op, void* record) {
+  unsigned long size = maxRecord_;
+  if (store_.getRecordSize != nullptr) {
+    const GenRegStatus rc = statusOf(store_.getRecordSize(record, &size));
+    if (rc != status::ok || size > maxRecord_) size = maxRecord_;
+  }
+  given_.allocate(630, maxRecord_);
+  if (!op.failed()) given_.takeIn(record, size);
+}
+
+void BinEdit::checkOnlyMatch(Operation& op) {
+  if (matchCount_ > 0 && !store_.isFeatureSet(kGenRegDuplicates)) {
+    op.fail(640, status::several_match);
+    return;
+  }
+  ++matchCount_;
+}
+
+class BinAdd : public BinEdit {
+ public:
+  BinAdd(Operation& op, GenRegBin& store, unsigned long long mask, void* record)
+      : BinEdit(op, store, mask), added_(record) {}
+
+  void prepare(Operation& op);
+  void allocate(Operation& op) {
+    reader_.allocate(700, maxRecord_);
+    if (!op.failed()) prepareGiven(op, added_);
+  }
+  void rewrite(Operation& op);
+  GenRegStatus verify(Operation& op);
+  Verdict judge(Operation& op);
+  void* firstRecord() { return added_; }
+  void* secondRecord() { return nullptr; }
+
+ private:
+  bool appendsInPlace() const { return store_.temporaryStream == nullptr; }
+  void append(Operation& op);
+
+  void* const added_;
+};
+
+void BinAdd::prepare(Operation& op) {
+  const GenRegStatus rc = statusOf(store_.CheckFuncPtrs());
+  if (rc != status::ok) {
+    op.fail(710, status::slots_incomplete, rc);
+    return;
+  }
+  checkRecord(op, store_, mask_, added_);
+  if (!op.failed()) maxRecord_ = measureMaxRecord(op, store_);
+}
+
+void BinAdd::rewrite(Operation& op) {
+  OSSFileInfo info{};
+  const GenRegStatus rc = ossFileGetInfoV9(store_.registryPath, &info);
+  if (rc != status::ok) {
+    op.fail(720, status::no_file_info, rc);
+    return;
+  }
+  if (info.size != 0 && !appendsInPlace()) copyFrames(op, *this);
+  if (!op.failed()) append(op);
+}
+
+Verdict BinAdd::judge(Operation& op) {
+  if (store_.isFeatureSet(kGenRegDuplicates)) return Verdict::kKeep;
+  if (storedMatches(op, added_)) {
+    constexpr char kFinding[] = "Match found; duplicate record";
+    if (gtraceIsEnabled()) gtraceVar(kGenRegBinAdd, 730, sizeof kFinding - 1, kFinding);
+    op.fail(731, status::duplicate_record);
+  }
+  return Verdict::kKeep;
+}
+
+void BinAdd::append(Operation& op) {
+  FILE* output = appendsInPlace() ? store_.registryStream : store_.temporaryStream;
+  if (fseeko(output, 0, SEEK_END) != 0) {
+    op.fail(740, status::seek_end_failed);
+    return;
+  }
+  given_.pack(op, nullptr);
+  if (op.failed()) return;
+  const GenRegStatus rc = statusOf(store_.WriteRecord(output, given_.record()));
+  if (rc != status::ok) op.fail(741, status::record_write_failed, rc);
+}
+
+GenRegStatus BinAdd::verify(Operation& op) {
+  given_.unpack(op);
+  if (op.failed()) return op.status();
+  return statusOf(store_.Verify(kGenRegAdd, mask_, given_.record(), nullptr));
+}
+
+class BinChange : public BinEdit {
+ public:
+  BinChange(Operation& op, GenRegBin& store, unsigned long long mask, void* key, void* newRecord)
+      : BinEdit(op, store, mask), key_(key), newRecord_(newRecord) {}
+
+  void prepare(Operation& op) {
+    checkRecord(op, store_, mask_, newRecord_);
+    if (!op.failed()) maxRecord_ = measureMaxRecord(op, store_);
+  }
+  void allocate(Operation& op) {
+    reader_.allocate(800, maxRecord_);
+    if (!op.failed()) prepareGiven(op, newRecord_);
+  }
+  void rewrite(Operation& op) {
+    copyFrames(op, *this);
+    checkAnyMatch(op);
+  }
+  GenRegStatus verify(Operation&) {
+    return statusOf(store_.Verify(kGenRegChange, mask_, given_.record(), key_));
+  }
+  Verdict judge(Operation& op);
+  void* firstRecord() { return key_; }
+  void* secondRecord() { return newRecord_; }
+
+ private:
+  void readBackGiven(Operation& op);
+
+  void* const key_;
+  void* const newRecord_;
+};
+
+// Records are compared as they would read back: what the packed form does not keep is no change.
+void BinChange::readBackGiven(Operation& op) {
+  if (matchCount_ > 0 || !store_.isFeatureSet(kGenRegPacked)) return;
+  given_.pack(op, nullptr);
+  if (!op.failed()) given_.unpack(op);
+}
+
+Verdict BinChange::judge(Operation& op) {
+  if (!storedMatches(op, key_) || op.failed()) return Verdict::kKeep;
+  readBackGiven(op);
+  if (op.failed()) return Verdict::kKeep;
+  if (matches(op, store_, kAllFields, reader_.record(), given_.record())) {
+    op.fail(810, status::unchanged);
+    return Verdict::kKeep;
+  }
+  checkOnlyMatch(op);
+  return Verdict::kReplace;
+}
+
+class BinDelete : public BinEdit {
+ public:
+  BinDelete(Operation& op, GenRegBin& store, unsigned long long mask, void* key)
+      : BinEdit(op, store, mask), key_(key) {}
+
+  void prepare(Operation& op) {
+    checkRecord(op, store_, mask_, key_);
+    if (!op.failed()) maxRecord_ = measureMaxRecord(op, store_);
+  }
+  void allocate(Operation&) { reader_.allocate(900, maxRecord_); }
+  void rewrite(Operation& op) {
+    copyFrames(op, *this);
+    checkAnyMatch(op);
+  }
+  GenRegStatus verify(Operation&) {
+    return statusOf(store_.Verify(kGenRegDelete, mask_, nullptr, key_));
+  }
+  Verdict judge(Operation& op) {
+    if (!storedMatches(op, key_) || op.failed()) return Verdict::kKeep;
+    checkOnlyMatch(op);
+    return Verdict::kDrop;
+  }
+  void* firstRecord() { return key_; }
+  void* secondRecord() { return nullptr; }
+
+ private:
+  void* const key_;
+};
+
+}  // namespace
+
+int GenRegBin::Add(unsigned long long mask, void* record) {
+  Operation op(kGenRegBinAdd, registryPath);
+  BinAdd edit(op, *this, mask, record);
+  runUpdate(op, *this, planOf(kGenRegAdd, ChangeLog::kLogSlot), edit);
+  return op.result();
+}
+
+int GenRegBin::Change(unsigned long long mask, void* key, void* newRecord) {
+  Operation op(kGenRegBinChange, registryPath);
+  BinChange edit(op, *this, mask, key, newRecord);
+  runUpdate(op, *this, planOf(kGenRegChange, ChangeLog::kLogSlot), edit);
+  return op.result();
+}
+
+int GenRegBin::Delete(unsigned long long mask, void* key) {
+  Operation op(kGenRegBinDelete, registryPath);
+  BinDelete edit(op, *this, mask, key);
+  runUpdate(op, *this, planOf(kGenRegDelete, ChangeLog::kLogSlot), edit);
+  return op.result();
+}

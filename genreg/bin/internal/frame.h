@@ -1,0 +1,48 @@
+// SPDX-License-Identifier: Apache-2.0
+// One frame between a stream and memory: a 4-byte length and that many bytes. docs/frame-format.md
+// tells the layout. Not here: what the bytes mean.
+#pragma once
+
+#include <cstdio>
+
+#include "genreg/internal/operation.h"
+
+namespace genreg {
+
+// Limits of a record's length in bytes, for writing and for a format's largest record. A frame that
+// is read may be shorter; it only has to end within its file.
+constexpr unsigned long kMinRecordSize = 3;
+constexpr unsigned long kMaxRecordSize = 0x100000;
+
+// Byte order of the length field on disk.
+enum class LengthOrder { kHost, kBigEndian };
+
+// The stream that frames come from, and the size in bytes of the file behind it.
+struct FrameSource {
+  FILE* stream;
+  unsigned long long fileSize;
+  LengthOrder order;
+};
+
+// Fails `op` with 0x900001E5 or 0x900001E6 when `size` is outside the limits.
+void checkRecordSize(Operation& op, unsigned probe, unsigned long size);
+
+// Reads a length field. *length is set whenever any of it was read. Concludes `op` with 0x900001BE
+// at the end of the file; fails it with 0x900001D6 (stream error) or 0x900001B3 (the frame, or the
+// field itself, runs past the end of the file).
+void readFrameLength(Operation& op, const FrameSource& source, unsigned long* length);
+
+// Reads the `length` bytes of the body. Fails `op` with 0x900001D7.
+void readFrameBody(Operation& op, FILE* stream, void* body, unsigned long length);
+
+// Writes one frame of any length, to carry a stored one over as it stands. Fails `op` with
+// 0x900001D4 or 0x900001D5.
+void writeFrameBytes(Operation& op, FILE* stream, LengthOrder order, const void* body,
+                     unsigned long length);
+
+// Writes one frame of a record. Fails `op` with 0x900001E5 or 0x900001E6, nothing written, or with
+// 0x900001D4 or 0x900001D5.
+void writeFrame(Operation& op, FILE* stream, LengthOrder order, const void* body,
+                unsigned long length);
+
+}  // namespace genreg

@@ -1,0 +1,55 @@
+// SPDX-License-Identifier: Apache-2.0
+// What the duties of GenRegFile share: the registry's directory and its two streams.
+#pragma once
+
+#include "genreg/internal/operation.h"
+#include "genreg/registry.h"
+
+namespace genreg {
+
+// Creation bits of a registry or lock file for which the object names none.
+constexpr unsigned kDefaultFileMode = 0644;
+
+// The modes that write a temporary copy.
+inline bool isUpdate(unsigned mode) {
+  return mode == kGenRegChange || mode == kGenRegAdd || mode == kGenRegDelete;
+}
+
+// Whether Add appends to the registry itself: without verification and with duplicates allowed
+// there is nothing that a copy would be good for, except that a checksum header has to be stamped
+// anew.
+bool appendsInPlace(const GenRegFile& registry);
+
+// Makes sure that the directory of `path` exists, creating it (0755) when missing. Fails `op` with
+// 0x90000512 or with the code of the directory's name.
+void ensureDirectoryOf(Operation& op, const char* path);
+
+// How the registry stream is opened and locked.
+struct StreamRequest {
+  unsigned lockType = kOssLockShared;
+  unsigned access = kOssAccessRead;
+  unsigned options = kOssOpenExisting;
+  // Mode 4 on a missing file: when a reader has created and locked it in between, an exclusive lock
+  // would wait for that reader; a copying update is as well served by the shared lock.
+  bool sharedWhenBusy = false;
+};
+
+// Opens, locks and wraps the registry file as the registry stream, positioned at its start (at its
+// end with append access), and takes its size. Fails `op` with 0x900001BF or 0x90000272 (0x90000513
+// when the file has vanished); no stream is then open.
+void openRegistryStream(Operation& op, GenRegFile& registry, const StreamRequest& request);
+
+// What the temporary copy is opened for.
+enum class CopyUse { kCreate, kReadBack, kTruncate };
+
+// Opens the temporary copy as the temporary stream: created exclusively with mode 0600, opened for
+// reading, or opened for reading and writing and emptied; never through a link. Fails `op` with
+// 0x900001C0; no stream is then open.
+void openTemporaryStream(Operation& op, GenRegFile& registry, CopyUse use);
+
+// Close one stream and release its buffer; nothing when it is not open. They return 0 or the errno
+// of the stream; the stream is gone in either case.
+int closeRegistryStream(GenRegFile& registry);
+int closeTemporaryStream(GenRegFile& registry);
+
+}  // namespace genreg

@@ -1,0 +1,41 @@
+// SPDX-License-Identifier: Apache-2.0
+// Feature bits and the change-logging identifier.
+#include "genreg/internal/operation.h"
+#include "genreg/registry.h"
+
+using namespace genreg;
+
+namespace {
+
+bool isFeatureInRange(unsigned int bit) {
+  return bit != 0 && bit <= kGenRegChecksumHeader;
+}
+
+}  // namespace
+
+GenRegStatus GenRegBase::setFeature(unsigned int bit) {
+  Operation op(kGenRegBaseSetFeature);
+  if (!isFeatureInRange(bit)) return op.fail(1, status::feature_out_of_range);
+  features |= bit;
+  return op.status();
+}
+
+GenRegStatus GenRegBase::unsetFeature(unsigned int bit) {
+  Operation op(kGenRegBaseUnsetFeature);
+  if (!isFeatureInRange(bit)) return op.fail(1, status::feature_out_of_range);
+  if (!isFeatureSet(bit)) return op.fail(2, status::feature_not_set);
+  features &= ~bit;
+  return op.status();
+}
+
+bool GenRegBase::isFeatureSet(unsigned int bit) const {
+  return (features & bit) != 0;
+}
+
+void GenRegBase::SetChangeLoggingFuncID(unsigned int id) {
+  changeLoggingFuncID = id;
+}
+
+unsigned int GenRegBase::GetChangeLoggingFuncID() const {
+  return isFeatureSet(kGenRegChangeLog) ? changeLoggingFuncID : 0;
+}

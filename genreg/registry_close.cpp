@@ -1,0 +1,134 @@
+// SPDX-License-Identifier: Apache-2.0
+// Closing a registry and committing its temporary copy: the only place where a registry is
+// replaced.
+//
+// The order of the commit is what makes it safe: the copy is on disk before the registry is
+// touched; the old contents stay reachable as the backup until the new name is on disk.
+// docs/update-protocol.md tells what a crash leaves at each step.
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cerrno>
+
+#include "genreg/internal/checksum_header.h"
+#include "genreg/internal/operation.h"
+#include "genreg/internal/registry_files.h"
+#include "genreg/registry.h"
+#include "platform/osse/files.h"
+#include "platform/osse/paths.h"
+
+using namespace genreg;
+
+namespace {
+
+// With feature 0x1 an update's own close keeps the copy for verification, whose close commits it.
+bool commits(const GenRegFile& registry, unsigned mode) {
+  if (registry.isFeatureSet(kGenRegVerifyCommit)) return mode == kGenRegVerify;
+  if (mode == kGenRegAdd) return !registry.isFeatureSet(kGenRegDuplicates);
+  return mode == kGenRegChange || mode == kGenRegDelete;
+}
+
+// What a stream still holds, and what the system still holds of it, must reach the disk before the
+// copy may replace anything. A failed sync is final: the pages that it lost are not written again.
+void flushCopy(Operation& op, FILE* copy) {
+  if (std::fflush(copy) != 0 || std::ferror(copy) != 0) {
+    op.failErrno(20, status::copy_not_closed, errno);
+    return;
+  }
+  const GenRegStatus rc = ossFileSync(fileno(copy));
+  if (rc != status::ok) op.fail(21, status::copy_not_closed, rc);
+}
+
+bool flushAppended(FILE* registry) {
+  return std::fflush(registry) == 0 && std::ferror(registry) == 0 &&
+         ossFileSync(fileno(registry)) == status::ok;
+}
+
+// Closes the registry stream, which must not fail unnoticed. An append in place has no copy to fall
+// back on: what was not kept, or could not be written to its end, is cut off again, under the lock
+// that the second descriptor holds.
+int finishRegistry(GenRegFile& registry, unsigned mode) {
+  const bool appended = registry.registryStream != nullptr && registry.temporaryStream == nullptr &&
+                        appendsInPlace(registry) &&
+                        (fcntl(fileno(registry.registryStream), F_GETFL) & O_APPEND) != 0;
+  if (!appended) return closeRegistryStream(registry);
+
+  const int descriptor = fcntl(fileno(registry.registryStream), F_DUPFD_CLOEXEC, 0);
+  const bool kept = mode == kGenRegAdd && flushAppended(registry.registryStream);
+  int error = kept || mode != kGenRegAdd ? 0 : EIO;
+  const int closeError = closeRegistryStream(registry);
+  if (closeError != 0 && mode == kGenRegAdd) error = closeError;
+  if (!kept && descriptor >= 0) {
+    const int cut = ftruncate(descriptor, static_cast<off_t>(registry.registrySize));
+    if (cut != 0 && error == 0) error = errno;
+  }
+  if (descriptor >= 0) (void)close(descriptor);  // holds nothing that is not written
+  return error;
+}
+
+// Stamps, flushes and closes the temporary copy. True when a checksum was stamped.
+bool finishCopy(Operation& op, GenRegFile& registry, unsigned mode) {
+  if (registry.temporaryStream == nullptr) return false;
+  bool stamped = false;
+  if (isUpdate(mode)) {
+    if (usesChecksumHeader(registry)) stamped = stampChecksum(op, registry);
+    if (!op.failed()) flushCopy(op, registry.temporaryStream);
+  }
+  const int error = closeTemporaryStream(registry);
+  if (error != 0) op.failErrno(22, status::copy_not_closed, error);
+  return stamped;
+}
+
+// The rename must be on disk before the old contents lose their second name.
+void syncDirectory(Operation& op, const char* registryPath) {
+  char directory[kGenRegPathSize];
+  GenRegStatus rc = ossDirectoryName(registryPath, directory, sizeof directory);
+  if (rc == status::ok) rc = ossDirectorySync(directory);
+  if (rc != status::ok) op.fail(33, status::backup_not_deleted, rc);
+}
+
+void commit(Operation& op, const GenRegFile& registry) {
+  // A backup that an earlier death left is in the way of the link, which reports it if it stays.
+  (void)ossFileDelete(registry.backupPath);
+  if (link(registry.registryPath, registry.backupPath) != 0) {
+    op.failErrno(30, status::backup_not_linked, errno);
+    return;
+  }
+  GenRegStatus rc = ossFileRename(registry.temporaryPath, registry.registryPath);
+  if (rc != status::ok) {
+    op.fail(31, status::registry_not_replaced, rc);
+    return;
+  }
+  syncDirectory(op, registry.registryPath);
+  if (op.failed()) return;
+  rc = ossFileDelete(registry.backupPath);
+  if (rc != status::ok) op.fail(32, status::backup_not_deleted, rc);
+}
+
+}  // namespace
+
+GenRegStatus GenRegFile::CloseReg(unsigned int mode) {
+  Operation op(kGenRegFileCloseReg, registryPath);
+  if ((state & kGenRegStateScanning) != 0) return op.fail(1, status::scan_is_open);
+  const int error = finishRegistry(*this, mode);
+  if (error != 0) return op.failErrno(2, status::registry_not_closed, error);
+
+  const bool stamped = finishCopy(op, *this, mode);
+  if (op.failed() || !commits(*this, mode)) return op.status();
+  commit(op, *this);
+  if (!op.failed() && stamped) copyLacksHeader = 0;
+  return op.status();
+}
+
+GenRegFile::~GenRegFile() {
+  Operation op(kGenRegFileDestroyGenRegFile, registryPath);
+  if ((state & kGenRegStateLocked) != 0) {
+    const GenRegStatus rc = lockFile.close();
+    if (rc != status::ok) op.note(1, status::lock_file_not_closed, rc);
+  }
+  const int registryError = closeRegistryStream(*this);
+  if (registryError != 0) op.failErrno(2, status::registry_not_closed, registryError);
+  const int copyError = closeTemporaryStream(*this);
+  if (copyError != 0) op.failErrno(3, status::copy_not_closed, copyError);
+  state = kGenRegStateInitial;
+}

@@ -1,0 +1,167 @@
+// SPDX-License-Identifier: Apache-2.0
+// The two streams of a registry object: opened without following planted links, buffered in large
+// blocks, measured once, and closed.
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+
+#include "genreg/internal/registry_files.h"
+#include "platform/osse/errors.h"
+#include "platform/osse/memory.h"
+
+namespace genreg {
+namespace {
+
+// A stream's buffer holds the whole of a small file and a large block of a big one.
+constexpr unsigned long long kSmallestBuffer = 4096;
+constexpr unsigned long long kLargestBuffer = 128 * 1024;
+
+struct Stream {
+  FILE* file = nullptr;
+  void* buffer = nullptr;
+};
+
+// Without memory for the large buffer the stream keeps its own small one.
+void* largeBuffer(FILE* file, unsigned long long fileSize) {
+  const auto size =
+      static_cast<unsigned long>(std::clamp(fileSize, kSmallestBuffer, kLargestBuffer));
+  void* buffer = nullptr;
+  if (ossMemAlloc(&buffer, size, __FILE__, __LINE__) != status::ok) return nullptr;
+  if (std::setvbuf(file, static_cast<char*>(buffer), _IOFBF, size) == 0) return buffer;
+  (void)ossMemFree(buffer, __FILE__, __LINE__);  // was never written to
+  return nullptr;
+}
+
+// Wraps `descriptor`, which stays the caller's when this fails (with errno set).
+Stream wrap(int descriptor, const char* mode, unsigned long long fileSize) {
+  FILE* file = fdopen(descriptor, mode);
+  if (file == nullptr) return {};
+  return {file, largeBuffer(file, fileSize)};
+}
+
+int closeStream(FILE*& file, void*& buffer) {
+  if (file == nullptr) return 0;
+  const int error = std::fclose(file) == 0 ? 0 : errno;
+  file = nullptr;
+  (void)ossMemFree(buffer, __FILE__, __LINE__);  // a damaged buffer has nowhere better to go
+  buffer = nullptr;
+  return error;
+}
+
+void openFile(Operation& op, OSSHFile& file, const GenRegFile& registry,
+              const StreamRequest& request) {
+  const unsigned mode =
+      registry.registryCreationMode != 0 ? registry.registryCreationMode : kDefaultFileMode;
+  const OSSFileOpenParams open = {
+      kOssFileStructureVersion, registry.registryPath, request.options, request.access, 0, mode, 0};
+  const GenRegStatus rc = file.open(&open);
+  if (rc == status::ok) return;
+  const bool vanished =
+      (request.options & kOssOpenOrCreate) == 0 && rc == ossErrorMapSystem(ENOENT);
+  op.fail(100, vanished ? status::no_registry : status::registry_not_opened, rc);
+}
+
+void lockFile(Operation& op, OSSHFile& file, const StreamRequest& request) {
+  const unsigned firstWait = request.sharedWhenBusy ? kOssLockNoWait : kOssLockWait;
+  OSSFileLockParams lock = {kOssFileStructureVersion, request.lockType, firstWait};
+  GenRegStatus rc = file.lock(&lock);
+  if (rc == status::lock_held && request.sharedWhenBusy) {
+    lock.type = kOssLockShared;
+    lock.wait = kOssLockWait;
+    rc = file.lock(&lock);
+  }
+  if (rc != status::ok) op.fail(110, status::registry_not_locked, rc);
+}
+
+// Opening flags of the temporary copy. Neither a link nor a pipe planted at its path is followed or
+// waited for.
+int copyFlags(CopyUse use) {
+  constexpr int kGuards = O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY;
+  switch (use) {
+    case CopyUse::kCreate:
+      return kGuards | O_RDWR | O_CREAT | O_EXCL;
+    case CopyUse::kTruncate:
+      return kGuards | O_RDWR;
+    case CopyUse::kReadBack:
+      break;
+  }
+  return kGuards | O_RDONLY;
+}
+
+// Opens the copy as a regular file and takes its size; -1 with errno set when it is none.
+int openCopy(const char* path, CopyUse use, unsigned long long& size) {
+  constexpr mode_t kPrivateMode = 0600;
+  const int descriptor = open(path, copyFlags(use), kPrivateMode);
+  if (descriptor < 0) return -1;
+  struct stat info {};
+  int error = fstat(descriptor, &info) == 0 ? 0 : errno;
+  if (error == 0 && !S_ISREG(info.st_mode)) error = EINVAL;
+  if (error == 0 && use == CopyUse::kTruncate && ftruncate(descriptor, 0) != 0) error = errno;
+  if (error != 0) {
+    (void)close(descriptor);  // the first error is the one to report
+    errno = error;
+    return -1;
+  }
+  size = use == CopyUse::kTruncate ? 0 : static_cast<unsigned long long>(info.st_size);
+  return descriptor;
+}
+
+}  // namespace
+
+void openRegistryStream(Operation& op, GenRegFile& registry, const StreamRequest& request) {
+  OSSHFile file;
+  openFile(op, file, registry, request);
+  if (op.failed()) return;
+  lockFile(op, file, request);
+  if (op.failed()) return;
+
+  struct stat info {};
+  if (fstat(file.getFileHandle(), &info) != 0) {
+    op.failErrno(120, status::registry_not_opened, errno);
+    return;
+  }
+  const auto size = static_cast<unsigned long long>(info.st_size);
+  const bool appends = request.access == kOssAccessAppend;
+  const Stream stream = wrap(file.getFileHandle(), appends ? "a" : "r", size);
+  if (stream.file == nullptr) {
+    op.failErrno(121, status::registry_not_opened, errno);
+    return;
+  }
+  (void)file.detach();  // the stream owns the descriptor, and the lock with it
+  registry.registryStream = stream.file;
+  registry.registryBuffer = stream.buffer;
+  registry.registrySize = size;
+}
+
+void openTemporaryStream(Operation& op, GenRegFile& registry, CopyUse use) {
+  unsigned long long size = 0;
+  const int descriptor = openCopy(registry.temporaryPath, use, size);
+  if (descriptor < 0) {
+    op.failErrno(130, status::copy_not_opened, errno);
+    return;
+  }
+  const bool reads = use == CopyUse::kReadBack;
+  const Stream stream = wrap(descriptor, reads ? "r" : "w+", reads ? size : registry.registrySize);
+  if (stream.file == nullptr) {
+    op.failErrno(131, status::copy_not_opened, errno);
+    (void)close(descriptor);                                            // nothing was written
+    if (use == CopyUse::kCreate) (void)unlink(registry.temporaryPath);  // only this call knows it
+    return;
+  }
+  registry.temporaryStream = stream.file;
+  registry.temporaryBuffer = stream.buffer;
+  registry.temporarySize = size;
+}
+
+int closeRegistryStream(GenRegFile& registry) {
+  return closeStream(registry.registryStream, registry.registryBuffer);
+}
+
+int closeTemporaryStream(GenRegFile& registry) {
+  return closeStream(registry.temporaryStream, registry.temporaryBuffer);
+}
+
+}  // namespace genreg
