@@ -26,6 +26,13 @@ void ScratchBuffer::release() {
   block_ = nullptr;
 }
 
+void ScratchBuffer::releaseLoggedOnly() {
+  if (block_ == nullptr) return;
+  const GenRegStatus rc = ossMemFree(block_, __FILE__, __LINE__);
+  if (rc != status::ok) op_.note(301, notReleased_, rc);
+  block_ = nullptr;
+}
+
 HeldLock::HeldLock(Operation& op, GenRegFile& registry, unsigned flags)
     : op_(op), registry_(registry) {
   // Lock takes no notice of its second argument; every caller gives it this one.
@@ -54,7 +61,9 @@ LookupAccess::LookupAccess(Operation& op, GenRegFile& registry) : op_(op), regis
     kind_ = Kind::kOpened;
     return;
   }
-  op_.fail(320, rc == status::no_registry ? rc : GenRegStatus{status::open_failed}, rc);
+  // Only the binary store's lookups tell a missing registry from one that cannot be opened.
+  const bool tells = rc == status::no_registry && registry_.storeType == kGenRegBinaryStore;
+  op_.fail(320, tells ? rc : GenRegStatus{status::open_failed}, rc);
   // Half-opened streams are closed; an undisturbed scan refuses the close.
   if (!scanning) (void)registry_.CloseReg(kGenRegRead);
 }

@@ -151,6 +151,8 @@ void openTemporaryStream(Operation& op, GenRegFile& registry, CopyUse use) {
     if (use == CopyUse::kCreate) (void)unlink(registry.temporaryPath);  // only this call knows it
     return;
   }
+  // A stream that has once been positioned knows where it stands without asking the system.
+  if (reads) (void)fseeko(stream.file, 0, SEEK_SET);  // it stands there already
   registry.temporaryStream = stream.file;
   registry.temporaryBuffer = stream.buffer;
   registry.temporarySize = size;

@@ -3,16 +3,13 @@
 #include <cstring>
 
 #include "genreg/bin/bin_store.h"
-#include "genreg/bin/internal/bin_checks.h"
 #include "genreg/bin/internal/frame_reader.h"
 #include "genreg/internal/lookup.h"
+#include "genreg/internal/record_checks.h"
 
 using namespace genreg;
 
 namespace {
-
-// A record of three bytes can be stored but not handed out.
-constexpr unsigned long kSmallestResult = 4;
 
 // What a damaged packed record does to the caller's result.
 enum class OnDamage { kKeepResult, kClearResult };
@@ -69,7 +66,7 @@ bool BinSearch::isMatch(Operation& op) {
 }
 
 void BinSearch::copyOut(Operation& op) {
-  if (maxRecord_ < kSmallestResult) {
+  if (maxRecord_ < kMinResultSize) {
     op.fail(520, status::record_too_large);
     return;
   }

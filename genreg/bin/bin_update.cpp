@@ -5,8 +5,8 @@
 #include <cstring>
 
 #include "genreg/bin/bin_store.h"
-#include "genreg/bin/internal/bin_checks.h"
 #include "genreg/bin/internal/frame_reader.h"
+#include "genreg/internal/record_checks.h"
 #include "genreg/internal/update.h"
 #include "platform/osse/files.h"
 #include "platform/osse/trace.h"

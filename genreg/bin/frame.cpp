@@ -6,6 +6,7 @@
 #include <cstring>
 
 #include "genreg/bin/checksum.h"
+#include "genreg/internal/record_checks.h"
 
 namespace genreg {
 namespace {
@@ -41,14 +42,6 @@ void checkFrameEnd(Operation& op, const FrameSource& source, unsigned long lengt
 }
 
 }  // namespace
-
-void checkRecordSize(Operation& op, unsigned probe, unsigned long size) {
-  if (size >= kMinRecordSize && size <= kMaxRecordSize) return;
-  const GenRegStatus code =
-      size < kMinRecordSize ? status::record_too_small : status::record_too_large;
-  op.explain(probe, code, "size", size);
-  op.fail(probe, code);
-}
 
 void readFrameLength(Operation& op, const FrameSource& source, unsigned long* length) {
   signed char field[kLengthFieldSize] = {};

@@ -26,6 +26,8 @@ class ScratchBuffer {
   // zero-filled. False when that fails, which `op` then reports.
   [[nodiscard]] bool reserve(unsigned probe, unsigned long capacity);
   void release();
+  // The same, but what fails is logged only.
+  void releaseLoggedOnly();
 
   unsigned char* data() { return static_cast<unsigned char*>(block_); }
   void* block() { return block_; }
@@ -56,7 +58,8 @@ class HeldLock {
 
 // A lookup's access to the registry stream: an open scan's, borrowed from its start and given back
 // where it stood, or one opened for the lookup alone. When it cannot be had, `op` has failed with
-// 0x90000513 or 0x900001C5; when it cannot be closed, with 0x900001C6.
+// 0x900001C5, in the binary store with 0x90000513 for a missing file; when it cannot be closed, with
+// 0x900001C6.
 class LookupAccess {
  public:
   LookupAccess(Operation& op, GenRegFile& registry);

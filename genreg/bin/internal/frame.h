@@ -9,11 +9,6 @@
 
 namespace genreg {
 
-// Limits of a record's length in bytes, for writing and for a format's largest record. A frame that
-// is read may be shorter; it only has to end within its file.
-constexpr unsigned long kMinRecordSize = 3;
-constexpr unsigned long kMaxRecordSize = 0x100000;
-
 // Byte order of the length field on disk.
 enum class LengthOrder { kHost, kBigEndian };
 
@@ -23,9 +18,6 @@ struct FrameSource {
   unsigned long long fileSize;
   LengthOrder order;
 };
-
-// Fails `op` with 0x900001E5 or 0x900001E6 when `size` is outside the limits.
-void checkRecordSize(Operation& op, unsigned probe, unsigned long size);
 
 // Reads a length field. *length is set whenever any of it was read. Concludes `op` with 0x900001BE
 // at the end of the file; fails it with 0x900001D6 (stream error) or 0x900001B3 (the frame, or the
