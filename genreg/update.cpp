@@ -22,9 +22,9 @@ void UpdateSteps::open() {
   if (rc != status::ok) op_.fail(60, status::open_failed, rc);
 }
 
-void UpdateSteps::close() {
-  abandoned_ = op_.failed();
-  const GenRegStatus rc = registry_.CloseReg(abandoned_ ? kGenRegRead : plan_.mode);
+void UpdateSteps::close(CopyFate fate) {
+  useless_ = op_.failed();
+  const GenRegStatus rc = registry_.CloseReg(fate == CopyFate::kKeep ? plan_.mode : kGenRegRead);
   if (rc != status::ok) op_.fail(61, status::close_failed, rc);
 }
 
@@ -33,7 +33,7 @@ bool UpdateSteps::awaitsVerification() const {
 }
 
 void UpdateSteps::tidyUp() {
-  if (!abandoned_ || !createdCopy_ || plan_.abandonedCopy == AbandonedCopy::kLeave) return;
+  if (!useless_ || !createdCopy_ || plan_.abandonedCopy == AbandonedCopy::kLeave) return;
   if (!registry_.isFeatureSet(kGenRegVerifyCommit)) return;
   const GenRegStatus rc = ossFileDelete(registry_.temporaryPath);
   if (rc != status::ok) op_.fail(62, status::copy_not_deleted, rc);

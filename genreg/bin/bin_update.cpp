@@ -29,6 +29,7 @@ class BinEdit {
         image_(op, status::no_scratch_memory, status::scratch_not_released),
         given_(op, store, status::no_scratch_memory, status::scratch_not_released) {}
 
+  bool keeps(const Operation& op) const { return !op.failed(); }
   void release() {
     given_.release();
     image_.release();

@@ -9,6 +9,7 @@
 //     void prepare(Operation&)     slots, the caller's records, sizes; nothing is touched yet
 //     void allocate(Operation&)    scratch memory
 //     void rewrite(Operation&)     copies the registry into the temporary copy, with the edit made
+//     bool keeps(const Operation&) whether the copy is whole and may be kept
 //     GenRegStatus verify(Operation&)  compares old and new contents and commits
 //     void release()               gives the scratch memory back
 //     void* firstRecord(), *secondRecord()  what the change log is told
@@ -33,6 +34,9 @@ enum class LogRefusal { kIgnored, kSilencesNotify };
 // Only the binary store's updates are written to a change log.
 enum class ChangeLog { kNone, kLogSlot };
 
+// Whether a copy may replace the registry.
+enum class CopyFate { kKeep, kAbandon };
+
 struct UpdatePlan {
   GenRegMode mode;
   unsigned lockFlags;
@@ -52,8 +56,8 @@ class UpdateSteps {
 
   // Opens the registry and its temporary copy. Fails with 0x900001C5.
   void open();
-  // Keeps the copy, or abandons it when something has failed. Fails with 0x900001C6.
-  void close();
+  // Keeps the copy or abandons it. Fails with 0x900001C6.
+  void close(CopyFate fate);
   // Whether a kept copy waits for verification to commit it.
   bool awaitsVerification() const;
   // Deletes an abandoned copy that this update created, where the plan says so. Fails with
@@ -69,14 +73,15 @@ class UpdateSteps {
   GenRegFile& registry_;
   const UpdatePlan& plan_;
   bool createdCopy_ = false;
-  bool abandoned_ = false;
+  bool useless_ = false;
 };
 
 template <class Edit>
 void rewriteRegistry(Operation& op, UpdateSteps& steps, Edit& edit) {
   steps.open();
-  if (!op.failed()) edit.rewrite(op);
-  steps.close();
+  const bool opened = !op.failed();
+  if (opened) edit.rewrite(op);
+  steps.close(opened && edit.keeps(op) ? CopyFate::kKeep : CopyFate::kAbandon);
   steps.tidyUp();
   if (op.failed() || !steps.awaitsVerification()) return;
   const GenRegStatus rc = edit.verify(op);
