@@ -4,8 +4,6 @@
 
 #include <unistd.h>
 
-#include <cstdarg>
-#include <cstdio>
 #include <ctime>
 
 #include "globalreg/internal/fields.h"
@@ -93,17 +91,6 @@ void appendValue(LineBuffer& line, const unsigned char* record, const Field& fie
 }
 
 }  // namespace
-
-void LineBuffer::appendFormat(const char* format, ...) {
-  char text[128];
-  va_list arguments;
-  va_start(arguments, format);
-  const int length = std::vsnprintf(text, sizeof text, format, arguments);
-  va_end(arguments);
-  if (length <= 0) return;
-  const auto count = static_cast<std::size_t>(length);
-  append(text, count < sizeof text ? count : sizeof text - 1);
-}
 
 void formatCommandLine(const GlobalReg& registry, char (&out)[kCommandLineSize]) {
   constexpr char kNone[] = "N/A";

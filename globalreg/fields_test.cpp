@@ -38,7 +38,8 @@ TEST(Fields, KnownBitsAreOneForEachField) {
 }
 
 TEST(Fields, OtherTypesHaveNoLayout) {
-  for (const std::uint32_t type : {0U, 3U, 5U, 8U, 0xFFFFFFFFU}) EXPECT_EQ(layoutOf(type), nullptr);
+  for (const std::uint32_t type : {0U, 3U, 5U, 8U, 0xFFFFFFFFU})
+    EXPECT_EQ(layoutOf(type), nullptr);
 }
 
 TEST(Fields, VariableCommentRunsUpToTheCheckSum) {

@@ -109,7 +109,7 @@ TEST(Validate, NothingRequiredAcceptsEverything) {
   record.RecordType = 9;
   record.MissingFieldMask = 7;
   EXPECT_EQ(validate(0, record), kOk);
-  EXPECT_EQ(record.MissingFieldMask, 7U);
+  EXPECT_EQ(vrxtest::valueOf(record.MissingFieldMask), 7U);
 }
 
 TEST(Validate, TypesOutsideTheRangeAreRefused) {
@@ -138,7 +138,7 @@ TEST(Validate, ClearsMissingFieldMask) {
   GlobalRegRecord record = instanceRecord("VRX", "a");
   record.MissingFieldMask = 0x3F8;
   EXPECT_EQ(validate(kInstanceKey, record), kOk);
-  EXPECT_EQ(record.MissingFieldMask, 0U);
+  EXPECT_EQ(vrxtest::valueOf(record.MissingFieldMask), 0U);
 }
 
 TEST(Validate, AbsentStartAtBootMayHoldAnyValue) {

@@ -32,7 +32,8 @@ class CapturedLog {
   // The entries that `function` has made.
   int count(unsigned int function) const {
     int found = 0;
-    for (const Entry& entry : entries_) found += entry.function == function ? 1 : 0;
+    for (const Entry& entry : entries_)
+      found += entry.function == function ? 1 : 0;
     return found;
   }
 

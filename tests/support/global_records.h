@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// Records of the global registry for tests, and packed images written out by hand: an account of the
-// format that shares no code with the library.
+// Records of the global registry for tests, and packed images written out by hand: an account of
+// the format that shares no code with the library.
 #pragma once
 
 #include <cstring>
@@ -17,6 +17,12 @@ template <std::size_t width>
 void setText(char (&field)[width], std::string_view text) {
   std::memcpy(field, text.data(), text.size() < width ? text.size() : width);
   if (text.size() < width) field[text.size()] = '\0';
+}
+
+// A copy of a member that may stand at any address: assertions take references.
+template <typename Number>
+Number valueOf(Number number) {
+  return number;
 }
 
 // Version 3.1.0.7.
@@ -75,7 +81,8 @@ inline std::string imageOf(std::uint32_t type, std::uint64_t mask,
                            const std::vector<std::string>& entries, std::uint64_t missing = 0,
                            std::uint32_t checkSum = 0) {
   std::string image = bytesOf(type) + bytesOf(mask) + bytesOf(missing);
-  for (const std::string& entry : entries) image += entry;
+  for (const std::string& entry : entries)
+    image += entry;
   return image + bytesOf(checkSum);
 }
 

@@ -30,7 +30,8 @@ class MemoryDrought {
     rlimit none = before_;
     none.rlim_cur = 0;
     setrlimit(RLIMIT_AS, &none);
-    for (std::size_t size = std::size_t{1} << 26; size >= 64; size /= 2) takeAll(size);
+    for (std::size_t size = std::size_t{1} << 26; size >= 64; size /= 2)
+      takeAll(size);
   }
   ~MemoryDrought() {
     setrlimit(RLIMIT_AS, &before_);
