@@ -2,10 +2,10 @@
 // The options as data for the parser, and what CLI11 leaves to us: words, unknown options, values.
 #include "cli/arguments.h"
 
+#include <CLI/CLI.hpp>
 #include <fmt/format.h>
 #include <unistd.h>
 
-#include <CLI/CLI.hpp>
 #include <cmath>
 #include <cstdlib>
 #include <cstring>
@@ -32,56 +32,43 @@ struct Raw {
   bool harmless = false;
 };
 
-struct OptionHelp {
-  const char* names;
+// One option for help: its spelling and its Accepts bit, 0 when it is harmless everywhere.
+struct OptionRow {
+  const char* name;   // as the parser knows it
+  const char* usage;  // as help shows it
+  unsigned bit;
   const char* text;
 };
 
-constexpr OptionHelp kOptionHelp[] = {
-    {"--registry FILE", "the global registry to use, instead of the one `where` tells"},
-    {"--host-wide", "skip the instance's own registry"},
-    {"-o, --output FORM", "table, wide, json, ndjson, csv, tsv, sh, name, value"},
-    {"--fields A,B", "these fields, in this order"},
-    {"--where EXPR", "F=GLOB, F!=GLOB, F~REGEX, F>=V and so on; may be repeated, all must hold"},
-    {"--sort [-]FIELD", "in the order of a field; with - the other way round"},
-    {"--no-headings", "leave out the headings of tables, csv and tsv"},
-    {"-0", "end names and values with a NUL byte"},
-    {"--service S", "the key's service, when a name holds \"/\""},
-    {"--version-of V", "the key's version"},
-    {"--name N", "the key's last part: the instance's or the variable's name"},
-    {"--unset FIELD", "make a field absent, as FIELD= does"},
-    {"--must-exist", "set: refuse to add"},
-    {"--replace", "set: exactly the fields given, all others absent"},
-    {"--missing-ok", "remove: a record that is not there is no failure"},
-    {"--all", "several duplicates, where a format allows them"},
-    {"-n, --dry-run", "run on a private copy, show the difference, write nothing"},
-    {"--diff", "show the difference, and write"},
-    {"--detailed-exitcode", "10 when something changed, 0 when there was nothing to change"},
-    {"--timeout S", "wait at most S seconds for a lock (30; 0; inf)"},
-    {"--why", "where: what chose the registry"},
-    {"-q, --quiet", "no reports of what was done or not found"},
-    {"-v, --verbose", "the library's own log on standard error"},
-    {"--color WHEN", "auto, always, never"},
-    {"--yes, --no-history", "accepted everywhere"},
-    {"-h, --help", "this help, also behind a noun or a verb"},
-    {"--version", "the version of vrxreg"},
-};
-
-struct BitOption {
-  const char* name;
-  unsigned bit;
-};
-
-constexpr BitOption kBitOptions[] = {
-    {"--fields", kAcceptsFields},         {"--where", kAcceptsWhere},
-    {"--sort", kAcceptsSort},             {"--no-headings", kAcceptsHeadings},
-    {"-0", kAcceptsZero},                 {"--service", kAcceptsKeyParts},
-    {"--version-of", kAcceptsKeyParts},   {"--name", kAcceptsKeyParts},
-    {"--unset", kAcceptsUnset},           {"--must-exist", kAcceptsMustExist},
-    {"--replace", kAcceptsReplace},       {"--missing-ok", kAcceptsMissingOk},
-    {"--all", kAcceptsAll},               {"--dry-run", kAcceptsDryRun},
-    {"--diff", kAcceptsDryRun},           {"--detailed-exitcode", kAcceptsDetailed},
-    {"--why", kAcceptsWhy},
+constexpr OptionRow kOptions[] = {
+    {"--registry", "--registry FILE", 0, "the global registry to use"},
+    {"--host-wide", "--host-wide", 0, "skip the instance's own registry"},
+    {"--output", "-o, --output FORM", 0, "table, wide, json, ndjson, csv, tsv, sh, name, value"},
+    {"--fields", "--fields A,B", kAcceptsFields, "these fields, in this order"},
+    {"--where", "--where EXPR", kAcceptsWhere, "F=GLOB, F!=GLOB, F~REGEX, F>=V ...; all must hold"},
+    {"--sort", "--sort [-]FIELD", kAcceptsSort, "in the order of a field; - turns it round"},
+    {"--no-headings", "--no-headings", kAcceptsHeadings, "no headings in tables, csv and tsv"},
+    {"-0", "-0", kAcceptsZero, "end names and values with a NUL byte"},
+    {"--service", "--service S", kAcceptsKeyParts, "the key's service, when a name holds \"/\""},
+    {"--version-of", "--version-of V", kAcceptsKeyParts, "the key's version"},
+    {"--name", "--name N", kAcceptsKeyParts, "the key's last part"},
+    {"--unset", "--unset FIELD", kAcceptsUnset, "make a field absent, as FIELD= does"},
+    {"--must-exist", "--must-exist", kAcceptsMustExist, "refuse to add"},
+    {"--replace", "--replace", kAcceptsReplace, "exactly the fields given, all others absent"},
+    {"--missing-ok", "--missing-ok", kAcceptsMissingOk, "a record that is not there is no failure"},
+    {"--all", "--all", kAcceptsAll, "all duplicates, where a format allows them"},
+    {"--dry-run", "-n, --dry-run", kAcceptsDryRun, "show what would change, write nothing"},
+    {"--diff", "--diff", kAcceptsDryRun, "show the difference, and write"},
+    {"--detailed-exitcode", "--detailed-exitcode", kAcceptsDetailed, "10 changed, 0 unchanged"},
+    {"--timeout", "--timeout S", 0, "wait at most S seconds for a lock (30; 0; inf)"},
+    {"--why", "--why", kAcceptsWhy, "what chose the registry"},
+    {"--quiet", "-q, --quiet", 0, "no reports of what was done or not found"},
+    {"--verbose", "-v, --verbose", 0, "the library's own log on standard error"},
+    {"--color", "--color WHEN", 0, "auto, always, never"},
+    {"--yes", "--yes", 0, "accepted everywhere"},
+    {"--no-history", "--no-history", 0, "accepted everywhere"},
+    {"--help", "-h, --help", 0, "this help, also behind a noun or a verb"},
+    {"--version", "--version", 0, "the version of vrxreg"},
 };
 
 void addReadingOptions(CLI::App& app, Arguments& arguments, Raw& raw) {
@@ -154,11 +141,8 @@ bool parseColor(const std::string& text) {
 
 std::vector<std::string> optionNames() {
   std::vector<std::string> names;
-  for (const OptionHelp& option : kOptionHelp) {
-    for (const std::string& part : split(option.names, ' ')) {
-      if (part.rfind("--", 0) == 0) names.push_back(part.substr(0, part.find(',')));
-    }
-  }
+  for (const OptionRow& option : kOptions)
+    names.emplace_back(option.name);
   return names;
 }
 
@@ -183,10 +167,8 @@ void takeWords(const std::vector<std::string>& rest, Arguments* arguments) {
 }
 
 void noteGivenOptions(const CLI::App& app, Arguments* arguments) {
-  for (const BitOption& option : kBitOptions) {
-    if (app.count(option.name) == 0) continue;
-    arguments->given |= option.bit;
-    arguments->givenNames.emplace_back(option.name);
+  for (const OptionRow& option : kOptions) {
+    if (option.bit != 0 && app.count(option.name) != 0) arguments->given.emplace_back(option.name);
   }
 }
 
@@ -198,6 +180,26 @@ void refuseEmptyValues(int count, char** strings) {
       throw usageFailure(fmt::format("{}: a value is missing", word));
     }
   }
+}
+
+// What only shapes the output may be given again, by an alias and behind it; the last one counts.
+// Of two registries or two sorting orders one would be ignored.
+void applyRepetitionPolicy(CLI::App& app) {
+  for (CLI::Option* option : app.get_options()) {
+    if (option->get_items_expected_max() != 1) continue;
+    option->multi_option_policy(CLI::MultiOptionPolicy::Throw);
+  }
+  for (const char* name : {"--output", "--timeout", "--color"}) {
+    app.get_option(name)->multi_option_policy(CLI::MultiOptionPolicy::TakeLast);
+  }
+}
+
+// The parser's own words name types and counts that say nothing to the reader.
+std::string plainMessage(const CLI::ParseError& error) {
+  const std::string text = error.what();
+  const bool missing = text.find("missing") != std::string::npos;
+  if (error.get_name() != "ArgumentMismatch") return text;
+  return text.substr(0, text.find(':')) + (missing ? ": a value is missing" : " is given twice");
 }
 
 void finish(const CLI::App& app, const Raw& raw, Arguments* arguments) {
@@ -226,13 +228,11 @@ Arguments parseArguments(int count, char** strings) {
   app.allow_extras();
   addReadingOptions(app, arguments, raw);
   addChangingOptions(app, arguments, raw);
-  for (CLI::Option* option : app.get_options()) {
-    if (option->get_items_expected_max() == 1) option->multi_option_policy(CLI::MultiOptionPolicy::Throw);
-  }
+  applyRepetitionPolicy(app);
   try {
     app.parse(count, strings);
   } catch (const CLI::ParseError& error) {
-    throw usageFailure(error.what());
+    throw usageFailure(plainMessage(error));
   }
   arguments.count = count;
   arguments.strings = strings;
@@ -244,17 +244,28 @@ bool asksForJson(int count, char** strings) {
   bool json = false;
   for (int i = 1; i < count && std::strcmp(strings[i], "--") != 0; ++i) {
     std::string word = strings[i];
-    if ((word == "-o" || word == "--output") && i + 1 < count) word = "-o" + std::string(strings[i + 1]);
+    if ((word == "-o" || word == "--output") && i + 1 < count)
+      word = "-o" + std::string(strings[i + 1]);
     if (word.rfind("--output=", 0) == 0) word = "-o" + word.substr(std::strlen("--output="));
     if (word.rfind("-o", 0) == 0) json = word == "-ojson" || word == "-ondjson";
   }
   return json;
 }
 
-std::string optionsHelp() {
+std::string firstForeignOption(const Arguments& arguments, unsigned accepts) {
+  for (const std::string& name : arguments.given) {
+    for (const OptionRow& option : kOptions) {
+      if (name == option.name && (option.bit & accepts) == 0) return name;
+    }
+  }
+  return {};
+}
+
+std::string optionsHelp(unsigned accepts) {
   std::string text;
-  for (const OptionHelp& option : kOptionHelp) {
-    text += fmt::format("  {:<22} {}\n", option.names, option.text);
+  for (const OptionRow& option : kOptions) {
+    if (option.bit != 0 && (option.bit & accepts) == 0) continue;
+    text += fmt::format("  {:<20} {}\n", option.usage, option.text);
   }
   return text;
 }

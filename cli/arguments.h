@@ -65,9 +65,8 @@ struct Arguments {
   bool help = false;
   bool showVersion = false;
 
-  std::vector<std::string> words;       // noun, verb, key, fields
-  std::vector<std::string> givenNames;  // the options given that have a bit, as they are spelled
-  unsigned given = 0;                   // their Accepts bits
+  std::vector<std::string> words;  // noun, verb, key, fields
+  std::vector<std::string> given;  // the options given that have an Accepts bit
 
   int count = 0;  // the command line as it was, for the change log
   char** strings = nullptr;
@@ -79,7 +78,10 @@ Arguments parseArguments(int count, char** strings);
 // Whether the command line asks for JSON: for failures met before it is parsed.
 bool asksForJson(int count, char** strings);
 
-// The table of options for help, one line each.
-std::string optionsHelp();
+// The first option given that is not among the Accepts bits; empty for none.
+std::string firstForeignOption(const Arguments& arguments, unsigned accepts);
+
+// The table of options for help, one line each: those among the Accepts bits and the general ones.
+std::string optionsHelp(unsigned accepts = ~0u);
 
 }  // namespace cli

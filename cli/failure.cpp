@@ -107,7 +107,9 @@ bool updateStands(GenRegStatus status) {
   return false;
 }
 
-std::string codeText(GenRegStatus status) { return fmt::format("0x{:08X}", status); }
+std::string codeText(GenRegStatus status) {
+  return fmt::format("0x{:08X}", status);
+}
 
 Failure failureOf(GenRegStatus status, const std::string& subject, const std::string& path) {
   const char* remark = updateStands(status) ? "; the update stands" : "";
@@ -117,6 +119,8 @@ Failure failureOf(GenRegStatus status, const std::string& subject, const std::st
   return failure;
 }
 
-Failure usageFailure(const std::string& message) { return {Exit::usage, message}; }
+Failure usageFailure(const std::string& message) {
+  return {Exit::usage, message};
+}
 
 }  // namespace cli

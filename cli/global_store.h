@@ -60,6 +60,12 @@ class GlobalStore : public Store {
   const Noun& noun_;
   const GlobalLayout& layout_;
   ExactGlobalReg registry_;
+  std::string path_;  // as it was chosen; an update may follow a link from there
 };
+
+// Opens the store of one noun; the parameters after the layout are those of Noun::open.
+std::unique_ptr<Store> openGlobalStore(const Noun& noun, const GlobalLayout& layout,
+                                       const Arguments& arguments, const std::string& path,
+                                       SideEffects effects);
 
 }  // namespace cli

@@ -29,7 +29,8 @@ std::vector<std::size_t> keyFields(const Noun& noun) {
 
 std::string keyOf(const Noun& noun, const Row& row) {
   std::vector<std::string> parts;
-  for (const std::size_t index : keyFields(noun)) parts.push_back(valueText(row.values[index]));
+  for (const std::size_t index : keyFields(noun))
+    parts.push_back(valueText(row.values[index]));
   return join(parts, "/");
 }
 

@@ -22,7 +22,9 @@ struct Utf8Lead {
 constexpr Utf8Lead kLeads[] = {
     {0x80, 0x00, 1, 0}, {0xE0, 0xC0, 2, 0x80}, {0xF0, 0xE0, 3, 0x800}, {0xF8, 0xF0, 4, 0x10000}};
 
-bool isSurrogate(char32_t c) { return c >= 0xD800 && c <= 0xDFFF; }
+bool isSurrogate(char32_t c) {
+  return c >= 0xD800 && c <= 0xDFFF;
+}
 
 // The length of the character at the front, 0 when the bytes there are no UTF-8.
 std::size_t decodeUtf8(std::string_view bytes, char32_t* character) {
@@ -43,7 +45,9 @@ std::size_t decodeUtf8(std::string_view bytes, char32_t* character) {
   return 0;
 }
 
-bool isControl(char32_t c) { return c < 0x20 || (c >= 0x7F && c < 0xA0); }
+bool isControl(char32_t c) {
+  return c < 0x20 || (c >= 0x7F && c < 0xA0);
+}
 
 // Line and paragraph separators and the overrides that make text read in another order.
 bool reordersText(char32_t c) {
@@ -120,13 +124,15 @@ std::string tsvCell(std::string_view bytes) {
 std::string csvCell(std::string_view bytes) {
   if (bytes.find_first_of(",\"\r\n") == std::string_view::npos) return std::string(bytes);
   std::string cell = "\"";
-  for (const char c : bytes) cell += c == '"' ? "\"\"" : std::string(1, c);
+  for (const char c : bytes)
+    cell += c == '"' ? "\"\"" : std::string(1, c);
   return cell + '"';
 }
 
 std::string shellWord(std::string_view bytes) {
   std::string word = "'";
-  for (const char c : bytes) word += c == '\'' ? "'\\''" : std::string(1, c);
+  for (const char c : bytes)
+    word += c == '\'' ? "'\\''" : std::string(1, c);
   return word + '\'';
 }
 
@@ -149,7 +155,8 @@ std::string base64(std::string_view bytes) {
 
 std::string hexText(std::string_view bytes) {
   std::string text;
-  for (const char c : bytes) text += fmt::format("{:02x}", static_cast<unsigned char>(c));
+  for (const char c : bytes)
+    text += fmt::format("{:02x}", static_cast<unsigned char>(c));
   return text;
 }
 

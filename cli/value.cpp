@@ -4,6 +4,7 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <cctype>
 #include <limits>
 
@@ -38,7 +39,8 @@ struct TextOf {
 
 Value parseText(const Field& field, const std::string& text) {
   if (text.size() > field.maxBytes) {
-    refuse(field, fmt::format("{} bytes are too long, the limit is {}", text.size(), field.maxBytes));
+    refuse(field,
+           fmt::format("{} bytes are too long, the limit is {}", text.size(), field.maxBytes));
   }
   return text;
 }
@@ -73,7 +75,8 @@ Value parseByte(const Field& field, const std::string& text) {
 Value parseVersionField(const Field& field, const std::string& text) {
   Version version;
   if (!parseVersion(text, &version)) {
-    refuse(field, fmt::format("\"{}\" is no version: four numbers up to 65535, as in 3.1.0.7", text));
+    refuse(field,
+           fmt::format("\"{}\" is no version: four numbers up to 65535, as in 3.1.0.7", text));
   }
   return version;
 }
@@ -86,7 +89,9 @@ int compareOrdered(const T& a, const T& b) {
 
 }  // namespace
 
-std::string valueText(const Value& value) { return std::visit(TextOf{}, value); }
+std::string valueText(const Value& value) {
+  return std::visit(TextOf{}, value);
+}
 
 bool parseNumber(std::string_view text, std::uint64_t limit, std::uint64_t* number) {
   const bool hexadecimal = text.size() > 2 && text[0] == '0' && (text[1] == 'x' || text[1] == 'X');

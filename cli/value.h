@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 // The generic row model: what every noun's records are once they have left their store.
 //
-// A row is a list of typed values, one a field; a field describes its name, its type and its limits.
-// Verbs, filters, sorting and every form of output work on rows alone and know no record layout.
-// Not here: where records come from (noun.h), how rows are printed (output.h).
+// A row is a list of typed values, one a field; a field describes its name, its type and its
+// limits. Verbs, filters, sorting and every form of output work on rows alone and know no record
+// layout. Not here: where records come from (noun.h), how rows are printed (output.h).
 #pragma once
 
 #include <cstddef>
@@ -22,20 +22,24 @@ enum class Kind { text, number, boolean, version, byte };
 struct Version {
   std::uint64_t code = 0;
 };
-inline bool operator==(Version a, Version b) { return a.code == b.code; }
+inline bool operator==(Version a, Version b) {
+  return a.code == b.code;
+}
 
 // The value of one field; std::monostate is an absent field, which is neither empty nor 0 nor "no".
 using Value = std::variant<std::monostate, std::string, std::uint64_t, bool, Version>;
 
-inline bool isAbsent(const Value& value) { return std::holds_alternative<std::monostate>(value); }
+inline bool isAbsent(const Value& value) {
+  return std::holds_alternative<std::monostate>(value);
+}
 
 // Which part of a key a field is, and so which option names it (--service, --version-of, --name).
 enum class KeyPart { none, service, version, name };
 
 // One field of a noun, or one column of an answer.
 struct Field {
-  const char* name;      // as typed and as in JSON
-  const char* heading;   // as in tables
+  const char* name;     // as typed and as in JSON
+  const char* heading;  // as in tables
   Kind kind;
   std::size_t maxBytes;  // of a text, without terminator
   KeyPart keyPart;
@@ -66,8 +70,8 @@ bool parseVersion(const std::string& text, Version* version);
 // Reads a whole decimal or 0x number up to `limit`; false when it is none.
 bool parseNumber(std::string_view text, std::uint64_t limit, std::uint64_t* number);
 
-// Below, equal or above 0 as `a` sorts before, with or after `b`: numbers and versions by size, "no"
-// before "yes", texts by their bytes, absent values last.
+// Below, equal or above 0 as `a` sorts before, with or after `b`: numbers and versions by size,
+// "no" before "yes", texts by their bytes, absent values last.
 int compareValues(const Value& a, const Value& b);
 
 // The field of this name, or -1.

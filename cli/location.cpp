@@ -1,0 +1,93 @@
+// SPDX-License-Identifier: Apache-2.0
+// The choice of the global registry, explained. The choice itself is the library's.
+#include "cli/location.h"
+
+#include <fmt/format.h>
+#include <sys/stat.h>
+
+#include <cerrno>
+#include <cstdlib>
+
+#include "cli/failure.h"
+#include "platform/osse/errors.h"
+#include "platform/osse/paths.h"
+
+namespace cli {
+
+namespace {
+
+constexpr const char* kPathVariable = "VRX_GLOBAL_REG_PATHNAME";
+constexpr const char* kInstanceVariable = "VRXINSTANCE";
+constexpr const char* kToolPath = "/sqllib/adm/vrxperm";
+
+std::string environment(const char* name) {
+  const char* value = secure_getenv(name);
+  return value == nullptr ? "" : value;
+}
+
+std::string whyNoPath() {
+  if (secure_getenv(kPathVariable) != nullptr) {
+    const std::string path = environment(kPathVariable);
+    if (path.empty()) return fmt::format("{} is set, and empty", kPathVariable);
+    if (path.size() > kGenRegMaxPathLength) {
+      return fmt::format("a path of {} bytes, the limit is {}", path.size(), kGenRegMaxPathLength);
+    }
+    return fmt::format("{} is no path of a file", path);
+  }
+  const std::string instance = environment(kInstanceVariable);
+  char tool[kGenRegPathSize];
+  const GenRegStatus rc =
+      ossBuildHomeDirectoryRelativePath(instance.c_str(), kToolPath, tool, sizeof tool);
+  return fmt::format("{}={}: {}", kInstanceVariable, instance, meaningOf(rc));
+}
+
+}  // namespace
+
+void useRegistry(const std::string& path) {
+  setenv(kPathVariable, path.c_str(), 1);
+}
+
+std::string registryPathOf(const GlobalReg& registry) {
+  char path[kGenRegPathSize];
+  const GenRegStatus rc = registry.getRegistryPath(path, sizeof path);
+  if (rc == genreg::status::ok && (registry.state & kGenRegStatePathsSet) != 0) return path;
+  Failure failure(Exit::noRegistry, "the global registry: " + whyNoPath());
+  failure.code = genreg::status::paths_not_set;
+  throw failure;
+}
+
+std::string registryReason(const Arguments& arguments) {
+  if (arguments.registry) return "--registry is given";
+  if (secure_getenv(kPathVariable) != nullptr) return fmt::format("{} is set", kPathVariable);
+  const std::string unset = fmt::format("host-wide default: {} is not set, ", kPathVariable);
+  if (arguments.hostWide) return unset + "--host-wide is given";
+  const std::string instance = environment(kInstanceVariable);
+  if (instance.empty()) {
+    const bool isSet = secure_getenv(kInstanceVariable) != nullptr;
+    return fmt::format("{}{} is {}", unset, kInstanceVariable, isSet ? "empty" : "not set");
+  }
+  char tool[kGenRegPathSize];
+  if (ossBuildHomeDirectoryRelativePath(instance.c_str(), kToolPath, tool, sizeof tool) != 0)
+    return {};
+  const bool own = ossPathIsSetuidRoot(tool);
+  return fmt::format("{}{}={} and {} is {}set-user-id root", own ? "instance's own: " : unset,
+                     kInstanceVariable, instance, tool, own ? "" : "not ");
+}
+
+bool registryExists(const std::string& path) {
+  struct stat info {};
+  return stat(path.c_str(), &info) == 0;
+}
+
+void requireRegistry(const std::string& path) {
+  struct stat info {};
+  if (stat(path.c_str(), &info) != 0) {
+    const bool missing = errno == ENOENT || errno == ENOTDIR;
+    const GenRegStatus code =
+        missing ? GenRegStatus{genreg::status::no_registry} : ossErrorMapSystem(errno);
+    throw failureOf(code, path, path);
+  }
+  if (!S_ISREG(info.st_mode)) throw failureOf(oss::status::not_a_regular_file, path, path);
+}
+
+}  // namespace cli

@@ -1,0 +1,53 @@
+// SPDX-License-Identifier: Apache-2.0
+// The tables of verbs.
+#include "cli/verbs.h"
+
+namespace cli {
+
+namespace {
+
+constexpr unsigned kRows = kAcceptsFields | kAcceptsHeadings | kAcceptsZero;
+constexpr unsigned kChange = kAcceptsKeyParts | kAcceptsDryRun | kAcceptsDetailed | kAcceptsZero;
+
+}  // namespace
+
+const std::vector<Verb>& nounVerbs() {
+  static const std::vector<Verb> verbs = {
+      {"list", "", "all records, or those that --where selects",
+       kRows | kAcceptsWhere | kAcceptsSort, Forms::all, &runList},
+      {"get", "KEY [FIELD...]", "one record, or some of its fields", kRows | kAcceptsKeyParts,
+       Forms::all, &runGet},
+      {"exists", "KEY", "exit 0 when the record exists, 1 when it does not",
+       kAcceptsKeyParts | kAcceptsHeadings | kAcceptsZero, Forms::all, &runExists},
+      {"count", "", "how many records there are", kAcceptsWhere | kAcceptsHeadings | kAcceptsZero,
+       Forms::all, &runCount},
+      {"add", "KEY [FIELD=VALUE...]", "a new record; refuses one that exists",
+       kChange | kAcceptsUnset, Forms::report, &runAdd},
+      {"set", "KEY [FIELD=VALUE...]", "change these fields, or add the record",
+       kChange | kAcceptsUnset | kAcceptsMustExist | kAcceptsReplace, Forms::report, &runSet},
+      {"remove", "KEY", "remove the record", kChange | kAcceptsMissingOk, Forms::report,
+       &runRemove},
+  };
+  return verbs;
+}
+
+const std::vector<Verb>& topVerbs() {
+  static const std::vector<Verb> verbs = {
+      {"where", "[--why]", "the global registry in use, and what chose it",
+       kAcceptsWhy | kAcceptsHeadings | kAcceptsZero, Forms::all, &runWhere},
+      {"version", "V", "a version as text, code and level number", kAcceptsHeadings | kAcceptsZero,
+       Forms::all, &runVersion},
+      {"explain", "CODE", "what a status code means and what to do next",
+       kAcceptsHeadings | kAcceptsZero, Forms::all, &runExplain},
+  };
+  return verbs;
+}
+
+const Verb* findVerb(const std::vector<Verb>& verbs, std::string_view name) {
+  for (const Verb& verb : verbs) {
+    if (name == verb.name) return &verb;
+  }
+  return nullptr;
+}
+
+}  // namespace cli

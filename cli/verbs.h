@@ -1,0 +1,71 @@
+// SPDX-License-Identifier: Apache-2.0
+// Verbs as data: their names, the options that they understand, their help, and what they do.
+#pragma once
+
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "cli/arguments.h"
+#include "cli/noun.h"
+#include "cli/output.h"
+
+namespace cli {
+
+// Which forms of output a verb has: every one, or text, JSON and the record's name.
+enum class Forms { all, report };
+
+// One command in progress.
+struct Command {
+  const Arguments& arguments;
+  const Noun* noun;                // null for a top verb
+  std::vector<std::string> words;  // what stands behind the verb
+  std::string output;              // what the command will have printed
+};
+
+struct Verb {
+  const char* name;
+  const char* usage;  // what stands behind the verb
+  const char* summary;
+  unsigned accepts;  // Accepts bits
+  Forms forms;
+  Exit (*run)(Command& command);
+};
+
+// The verbs of every noun, and the verbs that stand alone.
+const std::vector<Verb>& nounVerbs();
+const std::vector<Verb>& topVerbs();
+
+const Verb* findVerb(const std::vector<Verb>& verbs, std::string_view name);
+
+// verbs_read.cpp
+Exit runList(Command& command);
+Exit runGet(Command& command);
+Exit runCount(Command& command);
+Exit runExists(Command& command);
+
+// verbs_change.cpp
+Exit runAdd(Command& command);
+Exit runSet(Command& command);
+Exit runRemove(Command& command);
+
+// verbs_top.cpp
+Exit runWhere(Command& command);
+Exit runVersion(Command& command);
+Exit runExplain(Command& command);
+
+// What reading verbs and changing verbs share (records.cpp).
+
+// All records of the store. Throws Failure, which names the registry as `path` and, when it is
+// damaged, the place.
+std::vector<Record> readRecords(Store& store, const std::string& path);
+
+// The failure of a key that names several records, or none.
+Failure ambiguous(const Noun& noun, const std::string& key,
+                  const std::vector<const Record*>& found);
+Failure notFound(const Noun& noun, const std::string& key, const std::string& path);
+
+// Throws Failure (usage) when words are left that the verb does not understand.
+void refuseWords(const Command& command);
+
+}  // namespace cli
