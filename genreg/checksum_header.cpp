@@ -3,6 +3,7 @@
 #include "genreg/internal/checksum_header.h"
 
 #include <array>
+#include <cerrno>
 #include <climits>
 #include <cstdio>
 #include <cstring>
@@ -16,7 +17,7 @@ namespace {
 
 using Header = std::array<char, kChecksumHeaderSize>;
 
-// The room that the original layout of the stamping buffer leaves behind the body.
+// Room kept behind the body while it is stamped.
 constexpr unsigned long kStampSlack = 100;
 
 // The header of a body: canonical decimal text of its checksum, padded with zeros.
@@ -122,9 +123,10 @@ bool writeAll(FILE* stream, const void* bytes, unsigned long length) {
   return std::fwrite(bytes, 1, length, stream) == length;
 }
 
-unsigned long long copySize(FILE* copy) {
-  if (fseeko(copy, 0, SEEK_END) != 0) return 0;
-  const off_t size = ftello(copy);
+// Measuring writes out what the stream still holds, so it fails when the disk is full.
+unsigned long long copySize(Operation& op, FILE* copy) {
+  const off_t size = fseeko(copy, 0, SEEK_END) == 0 ? ftello(copy) : -1;
+  if (size < 0) op.failErrno(232, status::checksum_body_unread, errno);
   return size > 0 ? static_cast<unsigned long long>(size) : 0;
 }
 
@@ -151,8 +153,8 @@ void reserveHeader(Operation& op, GenRegFile& registry) {
 
 bool stampChecksum(Operation& op, GenRegFile& registry) {
   FILE* copy = registry.temporaryStream;
-  const unsigned long long size = copySize(copy);
-  if (size == 0) return false;
+  const unsigned long long size = copySize(op, copy);
+  if (size == 0) return false;  // nothing to stamp, or the failure just reported
   const bool inserts = registry.copyLacksHeader != 0;
   const unsigned long offset = inserts ? 0 : kChecksumHeaderSize;
   if (size < offset || isBodyTooLarge(size - offset)) {

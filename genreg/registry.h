@@ -159,7 +159,7 @@ class VRXGENREG_API GenRegFile : public GenRegBase {
 
   // Follows the registry path when it is a symbolic link (at most 40 hops) and forms all five paths
   // anew beside the real file. Leaves them as they are when the path is no link, when the chain is
-  // longer or cyclic, or when any name would be cut. Always returns 0.
+  // longer or cyclic, when any name would be cut, or while the lock is held. Always returns 0.
   GenRegStatus GetAndSetRealRegistryPaths();
 
   // Takes the lock on the lock file, creating it when missing (GenRegLockFlag bits; the second
@@ -178,10 +178,10 @@ class VRXGENREG_API GenRegFile : public GenRegBase {
   // 0x9000025B a scan is open; 0x90000512 directory cannot be created (mode 4); 0x90000513 no such
   // file (other modes); 0x900001BF, 0x90000272 registry cannot be opened, locked; 0x900001EB,
   // 0x900001CD, 0x900005A5, 0x900005A4 checksum header; 0x90000225, 0x90000224 leftovers cannot be
-  // set aside; 0x90000256, 0x900001C0, 0x90000257 temporary copy.
+  // set aside; 0x90000256, 0x900001C0, 0x90000257 temporary copy; 0x9000000C no such mode.
   [[nodiscard]] GenRegStatus OpenReg(unsigned int mode);
   // Closes both streams and, as mode and features say, commits the temporary copy: with feature 0x1
-  // in mode 16 only; without it in modes 2 and 8, and in mode 4 when feature 0x2 is clear.
+  // in mode 16 only; without it in modes 2, 4 and 8, but for an Add that appended in place.
   // 0x9000025B a scan is open; 0x900001C7 registry, 0x900001C8 temporary copy cannot be closed;
   // 0x900001EB, 0x900005A5, 0x900001D0 checksum header; 0x900001E1, 0x900001E2 not committed, the
   // registry holds its old contents; 0x900003F6 committed, the backup stays.
@@ -192,7 +192,8 @@ class VRXGENREG_API GenRegFile : public GenRegBase {
 
   // Opens the registry for GetNext under a shared lock, creating a missing file (0644 or the
   // registry creation mode, less the umask). A scan already open is closed first.
-  // 0x900001BF cannot be opened, 0x90000272 cannot be locked; the object is then without a scan.
+  // 0x900001BF cannot be opened, 0x90000272 cannot be locked, 0x900001CD, 0x900001EB its checksum
+  // header cannot be skipped; the object is then without a scan.
   [[nodiscard]] GenRegStatus OpenScan();
   // Ends the scan; 0 also without one. 0x900001C7 when the stream reports an error (it is closed
   // all the same).

@@ -24,7 +24,7 @@ namespace {
 // With feature 0x1 an update's own close keeps the copy for verification, whose close commits it.
 bool commits(const GenRegFile& registry, unsigned mode) {
   if (registry.isFeatureSet(kGenRegVerifyCommit)) return mode == kGenRegVerify;
-  if (mode == kGenRegAdd) return !registry.isFeatureSet(kGenRegDuplicates);
+  if (mode == kGenRegAdd) return !appendsInPlace(registry);
   return mode == kGenRegChange || mode == kGenRegDelete;
 }
 
@@ -44,26 +44,39 @@ bool flushAppended(FILE* registry) {
          ossFileSync(fileno(registry)) == status::ok;
 }
 
-// Closes the registry stream, which must not fail unnoticed. An append in place has no copy to fall
-// back on: what was not kept, or could not be written to its end, is cut off again, under the lock
-// that the second descriptor holds.
-int finishRegistry(GenRegFile& registry, unsigned mode) {
-  const bool appended = registry.registryStream != nullptr && registry.temporaryStream == nullptr &&
-                        appendsInPlace(registry) &&
-                        (fcntl(fileno(registry.registryStream), F_GETFL) & O_APPEND) != 0;
-  if (!appended) return closeRegistryStream(registry);
+bool isAppending(const GenRegFile& registry) {
+  return registry.registryStream != nullptr && registry.temporaryStream == nullptr &&
+         appendsInPlace(registry) &&
+         (fcntl(fileno(registry.registryStream), F_GETFL) & O_APPEND) != 0;
+}
 
-  const int descriptor = fcntl(fileno(registry.registryStream), F_DUPFD_CLOEXEC, 0);
-  const bool kept = mode == kGenRegAdd && flushAppended(registry.registryStream);
-  int error = kept || mode != kGenRegAdd ? 0 : EIO;
-  const int closeError = closeRegistryStream(registry);
-  if (closeError != 0 && mode == kGenRegAdd) error = closeError;
-  if (!kept && descriptor >= 0) {
-    const int cut = ftruncate(descriptor, static_cast<off_t>(registry.registrySize));
-    if (cut != 0 && error == 0) error = errno;
+// 0 or the errno value of cutting off what was appended since the registry was opened.
+int cutBack(int descriptor, unsigned long long size) {
+  return ftruncate(descriptor, static_cast<off_t>(size)) == 0 ? 0 : errno;
+}
+
+// Ends an append in place. It has no copy to fall back on: what is not kept, or could not be
+// written to its end, is cut off again. The spare descriptor holds the lock for that when closing
+// the stream has failed; without one nothing can be promised, so nothing is kept.
+int finishAppend(GenRegFile& registry, unsigned mode) {
+  FILE* const stream = registry.registryStream;
+  const int spare = fcntl(fileno(stream), F_DUPFD_CLOEXEC, 0);
+  int error = spare >= 0 || mode != kGenRegAdd ? 0 : errno;
+  const bool kept = mode == kGenRegAdd && error == 0 && flushAppended(stream);
+  if (!kept) {
+    (void)std::fflush(stream);  // what it still holds must not be written behind the cut
+    const int cutError = cutBack(fileno(stream), registry.registrySize);
+    if (error == 0) error = mode == kGenRegAdd ? EIO : cutError;
   }
-  if (descriptor >= 0) (void)close(descriptor);  // holds nothing that is not written
-  return error;
+  const int closeError = closeRegistryStream(registry);
+  if (closeError != 0 && spare >= 0) (void)cutBack(spare, registry.registrySize);  // failed anyway
+  if (spare >= 0) (void)close(spare);  // holds nothing that is not written
+  return error != 0 ? error : closeError;
+}
+
+// Closes the registry stream, which must not fail unnoticed: 0 or the errno value.
+int finishRegistry(GenRegFile& registry, unsigned mode) {
+  return isAppending(registry) ? finishAppend(registry, mode) : closeRegistryStream(registry);
 }
 
 // Stamps, flushes and closes the temporary copy. True when a checksum was stamped.

@@ -60,7 +60,9 @@ void takeLock(Operation& op, GenRegFile& registry, unsigned flags) {
     if (op.failed()) return;
     requestLock(op, registry, flags);
     if (op.failed()) return;
-    if (lockFileKeepsItsName(op, registry) || op.failed()) return;
+    if (lockFileKeepsItsName(op, registry)) return;
+    (void)registry.lockFile.unlock();  // without the state bit nobody would give it back
+    if (op.failed()) return;
   }
   op.fail(40, status::lock_file_not_opened);
 }

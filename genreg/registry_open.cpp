@@ -14,6 +14,10 @@ using namespace genreg;
 
 namespace {
 
+bool isMode(unsigned mode) {
+  return isUpdate(mode) || mode == kGenRegRead || mode == kGenRegVerify;
+}
+
 bool exists(const char* path) {
   return access(path, F_OK) == 0;
 }
@@ -104,6 +108,7 @@ bool genreg::appendsInPlace(const GenRegFile& registry) {
 GenRegStatus GenRegFile::OpenReg(unsigned int mode) {
   Operation op(kGenRegFileOpenReg, registryPath);
   if ((state & kGenRegStateScanning) != 0) return op.fail(1, status::scan_is_open);
+  if (!isMode(mode)) return op.fail(2, status::invalid_argument);
   (void)closeRegistryStream(*this);   // streams that an earlier failure left open have nothing to
   (void)closeTemporaryStream(*this);  // lose: nothing is committed without a successful close
 

@@ -130,6 +130,9 @@ GenRegStatus GenRegFile::setRegistryPaths(const char* path) {
 
 GenRegStatus GenRegFile::GetAndSetRealRegistryPaths() {
   const Operation op(kGenRegFileGetAndSetRealRegistryPaths, registryPath);
+  // The lock file that is held stands beside these paths: what it guards must not move away from
+  // it, as it would when a link that could not be read at the locking can be read now.
+  if ((state & kGenRegStateLocked) != 0) return op.status();
   char target[kGenRegPathSize];
   std::memcpy(target, registryPath, sizeof target);
   if (!followLinks(target)) return op.status();

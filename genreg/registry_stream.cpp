@@ -91,18 +91,32 @@ int copyFlags(CopyUse use) {
   return kGuards | O_RDONLY;
 }
 
+// 0, or the errno value that tells why the descriptor is no temporary copy. A second name would
+// make somebody else's file take the copy's permissions.
+int checkCopy(int descriptor, struct stat& info) {
+  if (fstat(descriptor, &info) != 0) return errno;
+  return S_ISREG(info.st_mode) && info.st_nlink == 1 ? 0 : EINVAL;
+}
+
+// Gives up a copy that cannot be used. One that this call created nobody else knows of.
+void dropCopy(int descriptor, const char* path, CopyUse use) {
+  const int error = errno;
+  (void)close(descriptor);  // nothing was written, and the first error is the one to report
+  if (use == CopyUse::kCreate) (void)unlink(path);
+  errno = error;
+}
+
 // Opens the copy as a regular file and takes its size; -1 with errno set when it is none.
 int openCopy(const char* path, CopyUse use, unsigned long long& size) {
   constexpr mode_t kPrivateMode = 0600;
   const int descriptor = open(path, copyFlags(use), kPrivateMode);
   if (descriptor < 0) return -1;
   struct stat info {};
-  int error = fstat(descriptor, &info) == 0 ? 0 : errno;
-  if (error == 0 && !S_ISREG(info.st_mode)) error = EINVAL;
+  int error = checkCopy(descriptor, info);
   if (error == 0 && use == CopyUse::kTruncate && ftruncate(descriptor, 0) != 0) error = errno;
   if (error != 0) {
-    (void)close(descriptor);  // the first error is the one to report
     errno = error;
+    dropCopy(descriptor, path, use);
     return -1;
   }
   size = use == CopyUse::kTruncate ? 0 : static_cast<unsigned long long>(info.st_size);
@@ -147,8 +161,7 @@ void openTemporaryStream(Operation& op, GenRegFile& registry, CopyUse use) {
   const Stream stream = wrap(descriptor, reads ? "r" : "w+", reads ? size : registry.registrySize);
   if (stream.file == nullptr) {
     op.failErrno(131, status::copy_not_opened, errno);
-    (void)close(descriptor);                                            // nothing was written
-    if (use == CopyUse::kCreate) (void)unlink(registry.temporaryPath);  // only this call knows it
+    dropCopy(descriptor, registry.temporaryPath, use);
     return;
   }
   // A stream that has once been positioned knows where it stands without asking the system.

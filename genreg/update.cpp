@@ -25,7 +25,9 @@ void UpdateSteps::open() {
 void UpdateSteps::close(CopyFate fate) {
   useless_ = op_.failed();
   const GenRegStatus rc = registry_.CloseReg(fate == CopyFate::kKeep ? plan_.mode : kGenRegRead);
-  if (rc != status::ok) op_.fail(61, status::close_failed, rc);
+  if (rc == status::ok) return;
+  op_.fail(61, status::close_failed, rc);
+  (void)registry_.CloseReg(kGenRegRead);  // may have left the copy open, which is now abandoned
 }
 
 bool UpdateSteps::awaitsVerification() const {

@@ -35,26 +35,29 @@ class VRXGENREG_API GenRegBin : public GenRegFile {
   // stands after the call. *length receives the length field on success and on every failure but an
   // unreadable field. 0x900001BE at the end of the file; 0x900001D6, 0x900001D7 stream errors;
   // 0x900001B3 the frame runs past the end of the file (a cut length field included); 0x90000219,
-  // 0x9000021A memory. The stream's position is not restored after a failure.
+  // 0x9000021A memory, *buffer is then unchanged; 0x9000000C null argument. The stream's position
+  // is not restored after a failure.
   [[nodiscard]] int ReadRecord(FILE* stream, void** buffer, unsigned long* length);
 
   // Writes one frame for `record`, which with feature 0x4 is already packed, at the stream's
   // position. 0x9000021F, 0x9000021E empty size slot; 0x900001E5, 0x900001E6 length below 3 or
-  // above 0x100000, nothing written; 0x900001D4, 0x900001D5 the stream refuses.
+  // above 0x100000, nothing written; 0x900001D4, 0x900001D5 the stream refuses; 0x9000000C null
+  // argument.
   [[nodiscard]] int WriteRecord(FILE* stream, void* record);
 
   // The first record that agrees with `key` on the fields in `mask`. `result` receives
-  // GetMaxRecordSize bytes: the record; all zero when none matches (0x900001F6) or when a packed
-  // record is damaged; on other failures it is untouched. 0x90000513 no such file; 0x900001C5
-  // cannot be opened (a scan is open and feature 0x10 is clear among the reasons); 0x900001FC bad
-  // key; 0x900001CD damaged frame; 0x90000254 damaged packed record; 0x900001C6, 0x900001EE
-  // clean-up; 0x9000021B, 0x9000021C, 0x9000021D, 0x90000222 empty slot; 0x900001E5, 0x900001E6,
-  // 0x900001E7 record size, memory.
+  // GetMaxRecordSize bytes: the record; all zero when none matches (0x900001F6); on other failures
+  // it is untouched, or holds the record when only clean-up failed. 0x90000513 no such file;
+  // 0x900001C5 cannot be opened (a scan is open and feature 0x10 is clear among the reasons);
+  // 0x900001FC bad key; 0x900001CD damaged frame; 0x90000254 damaged packed record; 0x900001C6,
+  // 0x900001EE clean-up; 0x9000021B, 0x9000021C, 0x9000021D, 0x90000222 empty slot; 0x900001E5,
+  // 0x900001E6, 0x900001E7 record size, memory.
   [[nodiscard]] int Get(unsigned long long mask, void* key, void* result);
 
   // The next such record of the open scan; 0x900001BE when there is none (`result` is cleared on
   // the call that runs off the end, untouched on later ones), 0x9000025A without a scan; otherwise
-  // as Get.
+  // as Get, but that a packed record that cannot be unpacked (0x90000254, 0x90000222) clears
+  // `result`. The scan stays open, behind the frame that was read last.
   [[nodiscard]] int GetNext(unsigned long long mask, void* key, void* result);
 
   // Appends `record`. Without feature 0x2, 0x900001F1 when a record agrees with it on `mask`.

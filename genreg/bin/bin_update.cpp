@@ -58,6 +58,7 @@ class BinEdit {
   FrameReader reader_;
   ScratchBuffer image_;  // the frame just read, as it is stored
   RecordBlock given_;    // the caller's record, which itself is never written to
+  unsigned long givenSize_ = 0;
   unsigned long matchCount_ = 0;
 };
 
@@ -100,7 +101,7 @@ void BinEdit::writeVerdict(Operation& op, Verdict verdict, void* replacement) {
     keepPlainFrame(op);
     return;
   }
-  if (packed && verdict == Verdict::kReplace) reader_.takeIn(given_.record(), maxRecord_);
+  if (packed && verdict == Verdict::kReplace) reader_.takeIn(replacement, givenSize_);
   reader_.pack(op, image_.block());
   if (op.failed()) return;
   void* record = packed ? reader_.record() : replacement;
@@ -110,13 +111,13 @@ void BinEdit::writeVerdict(Operation& op, Verdict verdict, void* replacement) {
 
 // Copies the caller's record into the block of the store's own, which has room for its packed form.
 void BinEdit::prepareGiven(Operation& op, void* record) {
-  unsigned long size = maxRecord_;
+  givenSize_ = maxRecord_;
   if (store_.getRecordSize != nullptr) {
-    const GenRegStatus rc = statusOf(store_.getRecordSize(record, &size));
-    if (rc != status::ok || size > maxRecord_) size = maxRecord_;
+    const GenRegStatus rc = statusOf(store_.getRecordSize(record, &givenSize_));
+    if (rc != status::ok || givenSize_ > maxRecord_) givenSize_ = maxRecord_;
   }
   given_.allocate(630, maxRecord_);
-  if (!op.failed()) given_.takeIn(record, size);
+  if (!op.failed()) given_.takeIn(record, givenSize_);
 }
 
 void BinEdit::checkOnlyMatch(Operation& op) {
@@ -189,7 +190,8 @@ void BinAdd::append(Operation& op) {
   }
   given_.pack(op, nullptr);
   if (op.failed()) return;
-  const GenRegStatus rc = statusOf(store_.WriteRecord(output, given_.record()));
+  void* record = store_.isFeatureSet(kGenRegPacked) ? given_.record() : added_;
+  const GenRegStatus rc = statusOf(store_.WriteRecord(output, record));
   if (rc != status::ok) op.fail(741, status::record_write_failed, rc);
 }
 
@@ -231,8 +233,10 @@ class BinChange : public BinEdit {
 };
 
 // Records are compared as they would read back: what the packed form does not keep is no change.
+// A missing slot is reported by the writing, which an unchanged record does not come to.
 void BinChange::readBackGiven(Operation& op) {
   if (matchCount_ > 0 || !store_.isFeatureSet(kGenRegPacked)) return;
+  if (store_.packRecord == nullptr) return;
   given_.pack(op, nullptr);
   if (!op.failed()) given_.unpack(op);
 }

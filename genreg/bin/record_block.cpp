@@ -4,16 +4,19 @@
 
 #include <algorithm>
 #include <cstring>
+#include <limits>
+
+#include "platform/osse/memory.h"
 
 namespace genreg {
 namespace {
 
-// The headers of every field entry that a packed image can have, and its trailer.
-constexpr unsigned long kEntryOverhead = 0x100;
-
 // A packed image is walked entry by entry before its end is known. Zeros behind the image end every
 // walk: an entry that starts inside may reach 64 KiB beyond, and each that follows is then empty.
-constexpr unsigned long kWalkSlack = 0x10000 + kEntryOverhead;
+constexpr unsigned long kWalkSlack = 0x10000 + 0x100;
+
+// More than any memory holds: asking for it fails.
+constexpr unsigned long kNoRoom = std::numeric_limits<unsigned long>::max();
 
 }  // namespace
 
@@ -21,7 +24,8 @@ constexpr unsigned long kWalkSlack = 0x10000 + kEntryOverhead;
 // image, and for the walk over either.
 unsigned long RecordBlock::roomFor(unsigned long length) const {
   if (!store_.isFeatureSet(kGenRegPacked)) return std::max(length, maxRecord_);
-  return length + maxRecord_ + kWalkSlack;
+  const unsigned long besides = maxRecord_ + kWalkSlack;
+  return length < kNoRoom - besides ? length + besides : kNoRoom;  // a length may be near 4 GiB
 }
 
 void RecordBlock::allocate(unsigned probe, unsigned long maxRecord) {
@@ -48,14 +52,16 @@ void RecordBlock::pack(Operation& op, void* previous) {
     op.fail(40, status::no_pack_slot);
     return;
   }
-  used_ = std::max(used_, length_ + maxRecord_ + kEntryOverhead);
-  const GenRegStatus rc = statusOf(store_.packRecord(&record_, previous));
+  // Without the size slot no end of an image is known: none is walked for what it carries, and
+  // writing the record will say what is missing.
+  const bool measured = store_.getPackedRecordSize != nullptr;
+  const GenRegStatus rc = statusOf(store_.packRecord(&record_, measured ? previous : nullptr));
   if (rc != status::ok) {
     op.fail(41, status::pack_failed, rc);
     return;
   }
-  // Without the size slot the length stays unknown here; writing the record will say so.
-  if (store_.getPackedRecordSize != nullptr) (void)store_.getPackedRecordSize(record_, &length_);
+  if (measured) (void)store_.getPackedRecordSize(record_, &length_);  // fails the writing, too
+  used_ = std::max(used_, std::min(length_, ossMemCapacity(block_.block())));
 }
 
 GenRegStatus RecordBlock::checkImageEnd() {

@@ -4,8 +4,9 @@
 // A public function builds an Operation first thing and returns what it holds:
 //
 //     Operation op(kGenRegFileUnLock, lockPath);
-//     if (const GenRegStatus rc = lockFile.unlock(); rc != 0) return op.fail(1,
-//     status::unlock_failed, rc); return op.status();
+//     const GenRegStatus rc = lockFile.unlock();
+//     if (rc != 0) return op.fail(1, status::unlock_failed, rc);
+//     return op.status();
 //
 // Reporting and returning are one call, so nothing fails unlogged and nothing is logged twice. The
 // first failure is the result; later ones, from clean-up, are logged only. Probes are literals,

@@ -36,7 +36,9 @@ class Verification {
     if (rc != status::ok) op_.fail(110, status::open_failed, rc);
     if (!op_.failed()) compareAll();
     rc = registry_.CloseReg(closeMode());
-    if (rc != status::ok) op_.fail(111, status::close_failed, rc);
+    if (rc == status::ok) return;
+    op_.fail(111, status::close_failed, rc);
+    (void)registry_.CloseReg(kGenRegRead);  // may have left the copy open, which is now abandoned
   }
 
  private:

@@ -1,0 +1,178 @@
+// SPDX-License-Identifier: Apache-2.0
+// StripWhiteSpace, CleanString and ExtractNextField.
+#include "genreg/text/fields.h"
+
+#include <gtest/gtest.h>
+
+#include <cerrno>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "genreg/internal/function_ids.h"
+#include "genreg/text/internal/line_builder.h"
+#include "tests/support/captured_log.h"
+#include "tests/support/faults.h"
+#include "tests/support/leak_check.h"
+
+namespace {
+
+using vrxtest::Call;
+using vrxtest::CapturedLog;
+using vrxtest::FailCall;
+using vrxtest::LeakCheck;
+namespace status = genreg::status;
+
+std::string stripped(std::string text) {
+  EXPECT_EQ(StripWhiteSpace(text.data()), 0U);
+  return text.c_str();
+}
+
+std::string cleaned(std::string text) {
+  EXPECT_EQ(CleanString(text.data()), 0U);
+  return text;
+}
+
+TEST(StripWhiteSpace, CollapsesRunsOutsideQuotes) {
+  EXPECT_EQ(stripped("  a \t  b   \"x   y\"  c  "), "a b \"x   y\" c");
+  EXPECT_EQ(stripped("a\t\r\nb"), "a b");
+  EXPECT_EQ(stripped("plain"), "plain");
+  EXPECT_EQ(stripped("a b"), "a b");
+}
+
+TEST(StripWhiteSpace, BlanksOnlyBecomeEmpty) {
+  for (const char* text : {"", " ", "   ", "\t", "\n", " \t\r\n "})
+    EXPECT_EQ(stripped(text), "");
+}
+
+TEST(StripWhiteSpace, QuotedTextKeepsItsBlanks) {
+  EXPECT_EQ(stripped("\"\""), "\"\"");
+  EXPECT_EQ(stripped("  \"\"  "), "\"\"");
+  EXPECT_EQ(stripped("\" a  b \""), "\" a  b \"");
+  EXPECT_EQ(stripped("\"a  b\"   \"c  d\""), "\"a  b\" \"c  d\"");
+  EXPECT_EQ(stripped("x\"a  b\"y"), "x\"a  b\"y");
+}
+
+TEST(StripWhiteSpace, TabsInQuotesBecomeBlanksToo) {
+  EXPECT_EQ(stripped("\"a\t\tb\""), "\"a  b\"");
+}
+
+TEST(StripWhiteSpace, UnclosedQuoteQuotesTheRestButLosesTrailingBlanks) {
+  EXPECT_EQ(stripped("a  \"b  c"), "a \"b  c");
+  EXPECT_EQ(stripped("\"b   "), "\"b");
+}
+
+TEST(StripWhiteSpace, OtherControlBytesStay) {
+  EXPECT_EQ(stripped(" a\v\f\x01 "), "a\v\f\x01");
+}
+
+TEST(StripWhiteSpace, NullIsRefusedAndLogged) {
+  const CapturedLog log;
+  EXPECT_EQ(StripWhiteSpace(nullptr), status::null_argument);
+  EXPECT_EQ(log.count(genreg::kStripWhiteSpace, status::null_argument), 1);
+}
+
+TEST(StripWhiteSpace, WithoutMemoryTheTextIsUnchanged) {
+  const LeakCheck leaks;
+  const CapturedLog log;
+  std::string text = "  a \t b ";
+  const FailCall fault(Call::kMemAlloc, 1, ENOMEM);
+  EXPECT_EQ(StripWhiteSpace(text.data()), status::no_record_memory);
+  EXPECT_EQ(text, "  a \t b ");
+  EXPECT_EQ(log.count(genreg::kStripWhiteSpace, status::no_record_memory), 1);
+}
+
+TEST(StripWhiteSpace, MemoryThatIsNotReleasedIsReportedWithTheTextDone) {
+  const LeakCheck leaks;
+  std::string text = "  a \t b ";
+  const FailCall fault(Call::kMemFree, 1, EINVAL);
+  EXPECT_EQ(StripWhiteSpace(text.data()), status::record_memory_not_released);
+  EXPECT_STREQ(text.c_str(), "a b");
+}
+
+// The formats strip in place; both must come to the same text.
+TEST(StripWhiteSpace, InPlaceAndThroughScratchMemoryAgree) {
+  std::mt19937 random(20);
+  const std::string bytes = "ab \t\r\n\"=";
+  for (int i = 0; i < 5000; ++i) {
+    std::string text(random() % 24, ' ');
+    for (char& c : text)
+      c = bytes[random() % bytes.size()];
+    std::string inPlace = text;
+    genreg::collapseWhiteSpace(inPlace.data());
+    ASSERT_STREQ(inPlace.c_str(), stripped(text).c_str()) << text;
+    EXPECT_EQ(stripped(stripped(text)), stripped(text)) << "not settled: " << text;
+  }
+}
+
+TEST(CleanString, ReplacesWhatIsNotPrintableAscii) {
+  EXPECT_EQ(cleaned("a\x01"
+                    "b\xe9\tc"),
+            "a.b.\tc");
+  EXPECT_EQ(cleaned(" ~\x7f\x80\xff\x1f\n"), " ~.....");
+  EXPECT_EQ(cleaned(""), "");
+}
+
+TEST(CleanString, EveryByteIsEitherKeptOrADot) {
+  for (int byte = 1; byte < 256; ++byte) {
+    const bool kept = byte == '\t' || (byte >= 0x20 && byte <= 0x7E);
+    const std::string text(1, static_cast<char>(byte));
+    EXPECT_EQ(cleaned(text), kept ? text : ".") << byte;
+  }
+}
+
+TEST(CleanString, NullIsLeftAlone) {
+  EXPECT_EQ(CleanString(nullptr), 0U);
+}
+
+TEST(ExtractNextField, TakesFieldByField) {
+  std::string text = "  one\t two  ";
+  char* cursor = text.data();
+  char* field = nullptr;
+  ASSERT_EQ(ExtractNextField(&field, &cursor), 0U);
+  EXPECT_STREQ(field, "one");
+  ASSERT_EQ(ExtractNextField(&field, &cursor), 0U);
+  EXPECT_STREQ(field, "two");
+  EXPECT_NE(cursor, nullptr);
+  EXPECT_EQ(ExtractNextField(&field, &cursor), status::end_of_input);
+  EXPECT_EQ(field, nullptr);
+}
+
+TEST(ExtractNextField, LastFieldWithoutASeparatorEndsTheCursor) {
+  std::string text = "only";
+  char* cursor = text.data();
+  char* field = nullptr;
+  ASSERT_EQ(ExtractNextField(&field, &cursor), 0U);
+  EXPECT_STREQ(field, "only");
+  EXPECT_EQ(cursor, nullptr);
+  EXPECT_EQ(ExtractNextField(&field, &cursor), status::end_of_input);
+  EXPECT_EQ(field, nullptr);
+}
+
+TEST(ExtractNextField, BlanksOnlyHoldNoField) {
+  for (std::string text : {"", " ", "\t \t"}) {
+    char* cursor = text.data();
+    char* field = text.data();
+    EXPECT_EQ(ExtractNextField(&field, &cursor), status::end_of_input);
+    EXPECT_EQ(field, nullptr);
+  }
+}
+
+TEST(ExtractNextField, QuotesAndNewlinesAreOrdinaryBytes) {
+  std::string text = "\"a b\"\n";
+  char* cursor = text.data();
+  std::vector<std::string> fields;
+  for (char* field = nullptr; ExtractNextField(&field, &cursor) == 0U;)
+    fields.emplace_back(field);
+  EXPECT_EQ(fields, (std::vector<std::string>{"\"a", "b\"\n"}));
+}
+
+TEST(ExtractNextField, NullPointersAreTheEnd) {
+  char* none = nullptr;
+  std::string text = "a";
+  char* cursor = text.data();
+  EXPECT_EQ(ExtractNextField(nullptr, &cursor), status::end_of_input);
+  EXPECT_EQ(ExtractNextField(&none, nullptr), status::end_of_input);
+}
+
+}  // namespace

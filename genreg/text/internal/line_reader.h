@@ -1,0 +1,59 @@
+// SPDX-License-Identifier: Apache-2.0
+// Reads the logical lines of one stream, one after the other, and knows what a C string cannot
+// tell: how many bytes a line took, whether a NUL was among them, whether it is a piece of a longer
+// one.
+#pragma once
+
+#include <cstdio>
+
+#include "genreg/text/line_io.h"
+
+namespace genreg {
+
+// Whether a backslash at the end of a physical line joins the next one to it.
+enum class Continuations { kKept, kJoined };
+
+// What one reading step found.
+struct LineRead {
+  unsigned long rawLength = 0;  // bytes in the raw buffer
+  bool ranOut = false;          // a physical line was wanted and none came
+  bool cut = false;             // the line goes on beyond the buffer
+};
+
+// One step: the physical text into `raw`, the logical line into `line`, both of `size` bytes.
+LineRead readLogicalLine(char* raw, char* line, unsigned long size, FILE* file,
+                         Continuations continuations);
+
+class LineReader {
+ public:
+  explicit LineReader(Continuations continuations) : continuations_(continuations) {}
+  LineReader(const LineReader&) = delete;
+  LineReader& operator=(const LineReader&) = delete;
+
+  void readFrom(FILE* file) { file_ = file; }
+
+  // Reads the next line. False when none came: at the end of the file, or on a read error.
+  bool next();
+  // Whether the stream has reported an error.
+  bool hasError() const { return std::ferror(file_) != 0; }
+  // Whether no further line comes.
+  bool isLast();
+
+  char* line() { return line_; }  // the logical line, for the format's parser
+  char* raw() { return raw_; }    // the bytes as they stand in the file, terminated
+  unsigned long rawLength() const { return last_.rawLength; }
+  bool endsWithNewline() const;
+  bool hasNul() const;
+  // Whether this is not the whole of a logical line, because the line does not fit the buffer.
+  bool isPiece() const { return last_.cut || continuesPiece_; }
+
+ private:
+  const Continuations continuations_;
+  FILE* file_ = nullptr;
+  LineRead last_;
+  bool continuesPiece_ = false;
+  char raw_[kGenRegLineSize] = {};
+  char line_[kGenRegLineSize] = {};
+};
+
+}  // namespace genreg

@@ -1,0 +1,47 @@
+// SPDX-License-Identifier: Apache-2.0
+// Building and taking in lines of the text formats.
+#include "genreg/text/internal/line_builder.h"
+
+#include <cstring>
+
+namespace genreg {
+
+void LineBuilder::append(const char* text) {
+  if (text != nullptr) append(text, std::strlen(text));
+}
+
+void LineBuilder::append(const char* text, unsigned long length) {
+  tooLong_ = tooLong_ || length > kMaxLineText - length_;
+  if (tooLong_) return;
+  std::memcpy(text_ + length_, text, length);
+  length_ += length;
+}
+
+void LineBuilder::copyTo(char* line) const {
+  std::memcpy(line, text_, length_ + 1);
+}
+
+void LineBuilder::copyToWithNewline(char* line) const {
+  std::memcpy(line, text_, length_);
+  std::memcpy(line + length_, "\n", 2);
+}
+
+void takeLine(char (&own)[kGenRegLineSize], const char* line) {
+  const unsigned long length = strcspn(line, "\n");
+  const unsigned long kept = length < sizeof own ? length : sizeof own - 1;
+  std::memcpy(own, line, kept);
+  own[kept] = '\0';
+}
+
+char* cutComment(char* line) {
+  char* const mark = std::strchr(line, '#');
+  if (mark == nullptr) return nullptr;
+  *mark = '\0';
+  return mark + 1;
+}
+
+bool sameText(const char* a, const char* b) {
+  return std::strcmp(textOf(a), textOf(b)) == 0;
+}
+
+}  // namespace genreg
