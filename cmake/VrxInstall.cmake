@@ -27,7 +27,6 @@ install(TARGETS ${vrx_libraries} EXPORT vrxgenregTargets FILE_SET HEADERS DESTIN
 if(TARGET vrxreg)
   file(RELATIVE_PATH vrx_up ${CMAKE_INSTALL_FULL_BINDIR} ${CMAKE_INSTALL_FULL_LIBDIR})
   set_target_properties(vrxreg PROPERTIES INSTALL_RPATH "$ORIGIN/${vrx_up}")
-  install(TARGETS vrxreg)
 endif()
 
 install(EXPORT vrxgenregTargets NAMESPACE vrx:: DESTINATION ${vrx_package})

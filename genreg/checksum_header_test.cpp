@@ -271,6 +271,16 @@ TEST_F(ChecksumHeader, RegistryCutWithinItsHeaderIsUnreadable) {
   }
 }
 
+TEST_F(ChecksumHeader, RegistryTooLargeToChecksumIsRefusedByTheObjectThatStampedIt) {
+  PlainRegistry registry(files.registry, kStamps);
+  stampOne(registry);
+  ASSERT_EQ(truncate(files.registry.c_str(), 3LL << 30), 0);
+  EXPECT_EQ(registry.OpenReg(kGenRegRead), 0x900001EBu);
+  PlainRegistry fresh(files.registry, kStamps);
+  EXPECT_EQ(fresh.OpenReg(kGenRegRead), 0u);
+  EXPECT_EQ(fresh.firstRecord, 0u) << "nothing tells that it is a header";
+}
+
 TEST_F(ChecksumHeader, ScanAndRewindSkipTheHeader) {
   writeFile(files.registry, stamped(one + two));
   PlainRegistry registry(files.registry, kStamps);

@@ -98,6 +98,18 @@ TEST_F(Guards, ScratchIsReleasedByItsDestructorWhichReports) {
   EXPECT_EQ(op.status(), 0x900001EEu);
 }
 
+TEST_F(Guards, ReleaseThatIsOnlyLoggedNeverBecomesTheResult) {
+  const vrxtest::CapturedLog log;
+  ScratchBuffer scratch(op, status::no_scratch_memory, status::scratch_not_released);
+  scratch.releaseLoggedOnly();
+  ASSERT_TRUE(scratch.reserve(1, 100));
+  const FailCall fault(Call::kMemFree, 1, EINVAL);
+  scratch.releaseLoggedOnly();
+  EXPECT_FALSE(op.failed());
+  EXPECT_EQ(scratch.block(), nullptr);
+  EXPECT_EQ(log.count(kGenRegBinGet, 0x900001EEu), 1);
+}
+
 TEST_F(Guards, ReleaseFailureDoesNotHideAnEarlierOne) {
   ScratchBuffer scratch(op, status::no_scratch_memory, status::scratch_not_released);
   ASSERT_TRUE(scratch.reserve(1, 100));

@@ -284,6 +284,12 @@ TEST_F(RegistryCopy, FilePlantedBetweenSettingAsideAndCreationIsRefused) {
   EXPECT_EQ(readFile(folder.file("victim")), "precious");
 }
 
+TEST_F(RegistryCopy, NewFilePlantedBetweenSettingAsideAndCreationIsRefusedAndStays) {
+  const BeforeCall plant(Call::kOpen, 2, [&] { writeFile(files.temporary, "planted"); });
+  EXPECT_EQ(open(kGenRegChange), 0x900001C0u);
+  EXPECT_EQ(readFile(files.temporary), "planted");
+}
+
 TEST_F(RegistryCopy, LinkPlantedBetweenSettingAsideAndCreationIsRefused) {
   const BeforeCall plant(Call::kOpen, 2,
                          [&] { ASSERT_EQ(symlink("victim", files.temporary.c_str()), 0); });

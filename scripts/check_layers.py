@@ -79,7 +79,7 @@ DUTIES = [
     ),
     (
         ["genreg/*", "globalreg/*", "oss/*"],
-        ["genreg/registry_paths.cpp"],
+        ["genreg/registry_paths.cpp", "globalreg/internal/fixed_names.h"],
         r'"[^"\n]*\.(tmp|cor|bkp|lock)"',
         "only registry_paths forms a companion name",
     ),

@@ -284,10 +284,9 @@ TEST_F(BinUpdate, AppendInPlaceLeavesALeftoverCopyAlone) {
 // A header that is stamped on commit cannot stay true under an append.
 TEST_F(BinUpdate, AddWithFeatures2And256CopiesAndCommits) {
   registry_.features = kMany | kGenRegChecksumHeader;
-  testing::internal::CaptureStdout();  // stamping prints a line of progress
+  const CapturedOutput progress;  // stamping prints a line
   ASSERT_EQ(add(plainRecord("a", 1)), 0U);
   ASSERT_EQ(add(plainRecord("a", 2)), 0U);
-  (void)testing::internal::GetCapturedStdout();
   EXPECT_EQ(contents().size(), 32U + 2 * 24U);
   PlainRecord key{};
   PlainRecord result{};

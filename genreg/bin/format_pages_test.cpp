@@ -14,6 +14,7 @@
 #include "tests/support/global_records.h"
 #include "tests/support/plain_registry.h"
 #include "tests/support/quiet_global_reg.h"
+#include "tests/support/store_watch.h"
 #include "tests/support/temp_dir.h"
 
 namespace {
@@ -86,9 +87,9 @@ TEST_F(FormatPages, ChecksumHeaderIsWhatACommitStamps) {
       exampleOf("frame-format.md", "one plain frame with its checksum header");
   PlainRegistry registry(path_, kGenRegChecksumHeader);
   PlainRecord record = plainRecord("a", 1);
-  testing::internal::CaptureStdout();  // stamping prints a line of progress
+  CapturedOutput progress;  // stamping prints a line
   ASSERT_EQ(registry.Add(kPlainName, &record), 0);
-  EXPECT_EQ(testing::internal::GetCapturedStdout(), "Copy file into buffer done 24\n");
+  EXPECT_EQ(progress.take(), "Copy file into buffer done 24\n");
   EXPECT_EQ(readFile(path_), example);
   PlainRegistry reader(path_, kGenRegChecksumHeader);
   PlainRecord found{};
@@ -101,7 +102,7 @@ TEST_F(FormatPages, VerifiedUpdatesOfARegistryWithAHeaderAreRefused) {
   PlainRecord key = plainRecord("a", 1);
   PlainRecord second = plainRecord("b", 2);
   PlainRecord third = plainRecord("c", 3);
-  testing::internal::CaptureStdout();
+  const CapturedOutput progress;
   ASSERT_EQ(registry.Add(kPlainName, &key), 0);
   ASSERT_EQ(registry.Add(kPlainName, &second), 0);
   const std::string before = readFile(path_);
@@ -109,7 +110,6 @@ TEST_F(FormatPages, VerifiedUpdatesOfARegistryWithAHeaderAreRefused) {
   EXPECT_EQ(statusOf(registry.Add(kPlainName, &third)), status::verify_failed);
   EXPECT_EQ(statusOf(registry.Change(kPlainName, &key, &third)), status::verify_failed);
   EXPECT_EQ(statusOf(registry.Delete(kPlainName, &key)), status::verify_failed);
-  (void)testing::internal::GetCapturedStdout();
   EXPECT_EQ(readFile(path_), before);
 }
 

@@ -105,6 +105,10 @@ int GenRegVarVal::ParseLine(void* record, char* line) {
 
 int GenRegVarVal::FormatLine(void* record, char* line) {
   Operation op(kGenRegVarValFormatLine);
+  if (record == nullptr || line == nullptr) {
+    op.fail(3, status::null_argument);
+    return op.result();
+  }
   const GenRegVarValRecord& given = recordAt(record);
   const bool hasValue = (given.contents & kVarValHasValue) != 0;
   const bool hasComment = (given.contents & kVarValHasComment) != 0;

@@ -64,8 +64,8 @@ class VRXGENREG_API GenRegVarVal : public GenRegText {
   // 0x900001F3 null record or line; 0x90000207 a variable line without "="; 0x90000208 an opening
   // double quote without a closing one.
   static int ParseLine(void* record, char* line);
-  // Lays the record out with the white space of the line that `line` holds. 0x90000207 that line
-  // has no "=" behind its name; 0x90000273 longer than 2046 bytes.
+  // Lays the record out with the white space of the line that `line` holds. 0x900001F3 null record
+  // or line; 0x90000207 that line has no "=" behind its name; 0x90000273 longer than 2046 bytes.
   static int FormatLine(void* record, char* line);
 
  private:

@@ -233,6 +233,14 @@ TEST_F(VarValFormat, OldLineWithoutEqualsSignIsRefusedAndUnchanged) {
   EXPECT_EQ(log.count(genreg::kGenRegVarValFormatLine, status::no_equals_sign), 5);
 }
 
+TEST_F(VarValFormat, NullIsRefused) {
+  ProfileLine line("A", "1");
+  LineBuffer buffer("A = 7\n");
+  EXPECT_EQ(statusOf(GenRegVarVal::FormatLine(nullptr, buffer.bytes)), status::null_argument);
+  EXPECT_STREQ(buffer.bytes, "A = 7\n");
+  EXPECT_EQ(statusOf(GenRegVarVal::FormatLine(line.record(), nullptr)), status::null_argument);
+}
+
 TEST_F(VarValFormat, LongestLine) {
   ProfileLine fits("A", std::string(2042, 'x'));
   EXPECT_EQ(formatted(fits.record()), "A = " + std::string(2042, 'x') + "\n");

@@ -57,9 +57,9 @@ class VRXGENREG_API GenRegText : public GenRegFile {
   [[nodiscard]] GenRegStatus Add(unsigned long long mask, void* record);
 
   // Rewrites the line that agrees with `key` on `mask`, with feature 0x2 every such line, to hold
-  // `newRecord`. 0x900001F6 none; 0x900001F7 a matching line holds the new values already (no line
-  // is then changed); 0x900001F8 several; 0x90000221 empty slot; 0x900001D3 the abandoned copy
-  // cannot be deleted; otherwise as Add.
+  // `newRecord`, which is not validated but must be one (0x900001FC). 0x900001F6 none; 0x900001F7 a
+  // matching line holds the new values already (no line is then changed); 0x900001F8 several;
+  // 0x90000221 empty slot; 0x900001D3 the abandoned copy cannot be deleted; otherwise as Add.
   [[nodiscard]] GenRegStatus Change(unsigned long long mask, void* key, void* newRecord);
 
   // Deletes the line that agrees with `key` on `mask`, with feature 0x2 every such line. As Change.

@@ -1,4 +1,5 @@
 # SPDX-License-Identifier: Apache-2.0
+# shellcheck shell=bash
 # Building and testing presets, quietly while all is well. Sourced by ./dev; no command of its own.
 
 jobs=$(nproc)
@@ -18,13 +19,18 @@ build_loudly() {
   cmake --build --preset "$1" -j "$jobs"
 }
 
-# Builds a preset with its output in a log, which is shown from its first error when the build fails.
+# build_quietly PRESET [TARGET...]: builds with the output in a log, which is shown from its first error
+# when the build fails.
 build_quietly() {
   local preset=$1 log=build/$1.log
+  shift
   mkdir -p build
-  if ! { configure "$preset" && cmake --build --preset "$preset" -j "$jobs"; } >"$log" 2>&1; then
+  [[ -f build/$preset/build.ninja ]] || echo "dev: building $preset for the first time ($log)" >&2
+  if ! { configure "$preset" && cmake --build --preset "$preset" -j "$jobs" --target "${@:-all}"; } \
+    >"$log" 2>&1; then
     echo "dev: building $preset failed ($log):" >&2
-    { grep -n -m 1 -A 60 -E 'error|Error|FAILED' "$log" || tail -n 40 "$log"; } >&2
+    { grep -n -m 1 -A 40 -E 'error: |Error at |FAILED: ' "$log" || tail -n 40 "$log"; } |
+      cut -c 1-300 >&2
     return 1
   fi
 }
@@ -71,11 +77,34 @@ test_presets() {
   scripts/dev/sum_tests.py build/results
 }
 
+# Runs the fuzz targets named, or all. What they learn is kept in build/fuzz/corpus for the next time.
+run_fuzz_targets() {
+  local targets=("$@") target failed=0
+  [[ ${#targets[@]} -gt 0 ]] || mapfile -t targets < <(
+    find build/fuzz/fuzz -maxdepth 1 -name 'fuzz_*' -type f -printf '%f\n' | sed 's/^fuzz_//' | sort
+  )
+  [[ ${#targets[@]} -gt 0 ]] || fail "fuzz: no target was built"
+  for target in "${targets[@]}"; do
+    [[ -x build/fuzz/fuzz/fuzz_$target ]] || fail "fuzz: no such target: $target"
+    mkdir -p "build/fuzz/corpus/$target" build/fuzz/found
+    if build/fuzz/fuzz/fuzz_"$target" -max_total_time="${VRX_FUZZ_SECONDS:-60}" \
+      -artifact_prefix="build/fuzz/found/$target-" \
+      "build/fuzz/corpus/$target" "fuzz/corpus/$target" >"build/fuzz/$target.log" 2>&1; then
+      echo "$target: $(tail -n 1 "build/fuzz/$target.log")"
+    else
+      failed=1
+      tail -n 40 "build/fuzz/$target.log" >&2
+      echo "$target: failed (build/fuzz/$target.log)"
+    fi
+  done
+  return $failed
+}
+
 # Writes the lists of exported symbols anew from a fresh build of both word sizes.
 update_exports() {
   local preset
   for preset in dev m32; do
-    build_quietly "$preset" || return 1
+    build_quietly "$preset" vrxgenreg || return 1
     scripts/check_exports.py --update --build "build/$preset"
   done
 }
@@ -83,5 +112,6 @@ update_exports() {
 # clang-tidy over our own translation units, tests left out.
 run_clang_tidy() {
   scripts/list_sources.py --cpp --production --units |
-    xargs -r -n 4 -P "$jobs" clang-tidy -p build/dev --quiet
+    xargs -r -n 4 -P "$jobs" clang-tidy -p build/dev --quiet \
+      2> >(grep -v 'warnings\? generated' >&2)
 }

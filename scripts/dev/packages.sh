@@ -1,4 +1,5 @@
 # SPDX-License-Identifier: Apache-2.0
+# shellcheck shell=bash
 # Installs the Debian packages of packages.txt that are missing. Sourced by ./dev; no command of its own.
 
 # The names of one group of packages.txt, its part for this machine's architecture included.

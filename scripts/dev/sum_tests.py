@@ -12,7 +12,8 @@ import sys
 import xml.etree.ElementTree as xml
 
 SHOWN_FAILURES = 20  # more than these are named without their output
-SHOWN_LINES = 60  # of the output of one failure
+SHOWN_LINES = 40  # of the output of one failure
+SHOWN_COLUMNS = 300
 SHOWN_SKIPS = 12
 
 
@@ -70,7 +71,7 @@ def show_failures(failed):
         lines = output.rstrip().splitlines()
         if len(lines) > SHOWN_LINES:
             print(f"... {len(lines) - SHOWN_LINES} lines before")
-        print("\n".join(lines[-SHOWN_LINES:]))
+        print("\n".join(line[:SHOWN_COLUMNS] for line in lines[-SHOWN_LINES:]))
     for name, _ in failed[SHOWN_FAILURES:]:
         print(f"--- failed: {name}")
 

@@ -15,6 +15,7 @@ ROOT = pathlib.Path(__file__).resolve().parents[2]
 sys.path[:0] = [str(ROOT / "scripts"), str(ROOT / "scripts/dev")]
 import check_exports  # noqa: E402
 import check_layers  # noqa: E402
+import check_links  # noqa: E402
 import check_style  # noqa: E402
 import list_sources  # noqa: E402
 import status_codes_doc  # noqa: E402
@@ -249,6 +250,25 @@ class Exports(Tree):
 
     def test_an_empty_list_is_found(self):
         self.assertIn("no list", self.judge(self.build("static int x;\n"), [])[0])
+
+
+class Links(Tree):
+    def judge(self, path, text):
+        self.put(path, text)
+        status, out = self.run_main(check_links, "--root", self.root)
+        return status, out.splitlines()[0]
+
+    def test_a_link_to_a_file_is_accepted(self):
+        self.put("docs/house.md", "")
+        self.assertEqual(self.judge("README.md", "[a](docs/house.md#rooms) [b](https://x.y/z)\n")[0], 0)
+
+    def test_a_link_that_leads_nowhere_is_found(self):
+        expected = (1, "pages/a.md:1: no house.md")
+        self.assertEqual(self.judge("pages/a.md", "[a](house.md)\n"), expected)
+
+    def test_a_page_named_in_a_comment_must_exist(self):
+        expected = (1, "genreg/a.h:1: no docs/" + "house.md")
+        self.assertEqual(self.judge("genreg/a.h", "// see docs/" + "house.md\n"), expected)
 
 
 class StatusCodesPage(Tree):

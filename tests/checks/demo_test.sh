@@ -28,4 +28,4 @@ shows '^[0-9a-f]{6}  74 70 31 00 +InstanceName = "tp1"$'
   exit 1
 }
 # The registry, its lock file and nothing else are left.
-[[ $(ls -A "$work/registry" | sort | tr '\n' ' ') == ".global.reg.lock global.reg " ]]
+[[ $(find "$work/registry" -mindepth 1 -printf "%f\n" | sort | tr '\n' ' ') == ".global.reg.lock global.reg " ]]

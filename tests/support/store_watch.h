@@ -96,6 +96,25 @@ class LoggedReasons {
   std::vector<std::pair<GenRegStatus, GenRegStatus>> entries_;
 };
 
+// Keeps standard output from the terminal until it is taken or the object ends.
+class CapturedOutput {
+ public:
+  CapturedOutput() { testing::internal::CaptureStdout(); }
+  ~CapturedOutput() {
+    if (!taken_) (void)take();
+  }
+  CapturedOutput(const CapturedOutput&) = delete;
+  CapturedOutput& operator=(const CapturedOutput&) = delete;
+
+  std::string take() {
+    taken_ = true;
+    return testing::internal::GetCapturedStdout();
+  }
+
+ private:
+  bool taken_ = false;
+};
+
 // What the Log and Notify slots were called with, in order.
 struct Announcement {
   enum Slot { kLog, kNotify } slot;

@@ -24,7 +24,7 @@ bool oneIn(Choices& choices, unsigned n) {
 // --- files
 
 string wildLine(Choices& choices) {
-  static const string kBytes(" \t\"=#:/\\aAB1\r\v\x7f\xe9.-xx", 23);
+  static const string kBytes = " \t\"=#:/\\aAB1\r\v\x7f\xe9.-xx";
   string line(choices.below(24), ' ');
   for (char& c : line)
     c = kBytes[choices.below(static_cast<unsigned>(kBytes.size()))];

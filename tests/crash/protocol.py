@@ -1,0 +1,267 @@
+# SPDX-License-Identifier: Apache-2.0
+"""What an update may leave on disk at any moment, after docs/update-protocol.md.
+
+A scene is an operation on a registry in some state. From it follow the steps of the update that change
+a folder or flush something, in their order, and so what stands in the folder after each of them. A
+trace of system calls is held against the steps. Not here: running anything (run_matrix.py).
+"""
+import os
+
+import registry_model as model
+
+KEY = 0x7  # Service, VersionCode, InstanceName
+STALE_TEMPORARY = b"a copy that was cut short"
+STALE_CORRUPT = b"an older copy, set aside"
+STALE_BACKUP = b"a backup from long ago"
+ABSENT, NO_FOLDER, LINKED = "absent", "no folder", "linked"
+UNFINISHED = object()  # a temporary copy that may hold any part of the new contents
+
+
+def instance(number, **more):
+    values = dict(Service="CopyOne", VersionCode=0x0003000100000007, InstanceName=f"inst{number}")
+    return model.make("instance", **values, **more)
+
+
+def standing_records(count):
+    """Records of all types and lengths, one with fields of a later revision."""
+    records = []
+    for number in range(count):
+        if number % 5 == 3:
+            records.append(model.make("service", Service="CopyOne", VersionCode=7, Flag=65, Num4=number))
+        elif number % 5 == 4:
+            records.append(model.make("variable", Service="", Variable=f"V{number}", Value="x" * 200))
+        else:
+            path = "/home/" + "d" * (number * 37 % 400)
+            records.append(instance(number, InstancePath=path, StartAtBoot=number % 2))
+        if number % 5 == 2:
+            records[-1].entries[12] = b"of a later revision"
+    return records
+
+
+class Update:
+    """One update, for the driver and for the model."""
+
+    def __init__(self, verb, key=None, new=None):
+        self.verb, self.key, self.new = verb, key, new
+
+    def words(self):
+        out = [self.verb, hex(KEY)]
+        if self.key:
+            out += model.words(self.key)
+        if self.verb == "change":
+            out.append("--")
+        return out + (model.words(self.new) if self.new else [])
+
+    def apply(self, records):
+        """The records afterwards; the update is one that succeeds."""
+        if self.verb == "add":
+            status, after = model.add(records, KEY, self.new)
+        elif self.verb == "change":
+            status, after = model.change(records, KEY, self.key, self.new)
+        else:
+            status, after = model.delete(records, KEY, self.key)
+        assert status == model.OK, hex(status)
+        return after
+
+
+def update_of(verb, count):
+    """An update of a registry with `count` records, which changes or deletes one in the middle."""
+    number = count // 2 // 5 * 5 + min(2, count // 2)
+    target = instance(number)
+    if verb == "add":
+        return Update(verb, new=instance("new", InstancePath="/home/new", Comment="c" * 255))
+    if verb == "change":
+        return Update(verb, key=target, new=instance(number, Usage="test", Comment="changed"))
+    return Update(verb, key=target)
+
+
+NEXT_UPDATE = Update("add", new=instance("next", AuxPath="/home/next"))
+
+
+class Scene:
+    """An operation on a registry in some state: where it stands, what stands beside it."""
+
+    def __init__(self, verb, records, leftovers=(), place=None):
+        self.verb, self.leftovers, self.place = verb, frozenset(leftovers), place
+        self.exists = records != ABSENT
+        self.before = standing_records(records) if self.exists else []
+        self.update = update_of(verb, len(self.before))
+        self.old = model.frames(self.before)
+        self.after = self.update.apply(self.before)
+        self.new = model.frames(self.after)
+        self.name = f"{verb}, {records} records, leftovers {'+'.join(sorted(leftovers)) or 'none'}"
+        self.name += f", {place}" if place else ""
+        self.has_lock = bool(leftovers)
+
+    @property
+    def folder(self):
+        return {NO_FOLDER: "a/b/", LINKED: "real/"}.get(self.place, "")
+
+    @property
+    def registry(self):
+        """Where the contents are."""
+        return self.folder + "reg"
+
+    @property
+    def given(self):
+        """The path that the program is given."""
+        return "link" if self.place == LINKED else self.registry
+
+    @property
+    def temporary(self):
+        return self.folder + "reg.tmp"
+
+    @property
+    def corrupt(self):
+        return self.folder + "reg.cor"
+
+    @property
+    def lock(self):
+        return self.folder + ".reg.lock"
+
+    @property
+    def stray_lock(self):
+        """The lock file of one who could not read the link, and so made no update; None without a link."""
+        return ".link.lock" if self.place == LINKED else None
+
+    @property
+    def backup(self):
+        return self.folder + ".reg.bkp"
+
+    def start(self):
+        """What stands there before: name to contents; None for folders, a str for links."""
+        files = {}
+        if self.place == LINKED:
+            files.update({"real": None, "link": "real/reg"})
+        if self.exists:
+            files[self.registry] = self.old
+        if self.has_lock:
+            files[self.lock] = b""
+        stale = {
+            "tmp": (self.temporary, STALE_TEMPORARY),
+            "cor": (self.corrupt, STALE_CORRUPT),
+            "bkp": (self.backup, STALE_BACKUP),
+        }
+        files.update(stale[kind] for kind in self.leftovers)
+        return files
+
+    def steps(self):
+        """The steps of the update, in their order."""
+        steps = []
+        if self.place == NO_FOLDER:
+            steps += [("create", "a"), ("create", "a/b")]
+        if not self.has_lock:
+            steps.append(("create", self.lock))
+        if not self.exists:
+            steps.append(("create", self.registry))
+        if "cor" in self.leftovers:
+            steps.append(("remove", self.corrupt))
+        if "tmp" in self.leftovers:
+            steps.append(("rename", self.temporary, self.corrupt))
+        steps += [("create", self.temporary), ("flush", self.temporary)]
+        if "bkp" in self.leftovers:
+            steps.append(("remove", self.backup))
+        steps += [
+            ("link", self.registry, self.backup),
+            ("rename", self.temporary, self.registry),
+            ("flush", self.folder.rstrip("/")),
+            ("remove", self.backup),
+        ]
+        return steps
+
+    def take(self, files, step):
+        """Makes one step on a dictionary like that of start()."""
+        verb, name = step[:2]
+        if verb == "create":
+            is_folder = self.place == NO_FOLDER and name in ("a", "a/b")
+            files[name] = None if is_folder else UNFINISHED if name == self.temporary else b""
+        elif verb == "flush" and name == self.temporary:
+            files[name] = self.new
+        elif verb == "remove":
+            del files[name]
+        elif verb == "rename":
+            files[step[2]] = files.pop(name)
+        elif verb == "link":
+            files[step[2]] = files[name]
+
+    def files_after(self, count):
+        """What stands there after the first `count` steps."""
+        files = self.start()
+        for step in self.steps()[:count]:
+            self.take(files, step)
+        return files
+
+
+def differences(expected, found, new):
+    """What is wrong with the files found; an unfinished copy holds a beginning of `new`."""
+    wrong = [f"{name} is missing" for name in expected if name not in found]
+    for name, contents in found.items():
+        if name not in expected:
+            wrong.append(f"{name} should not be there")
+            continue
+        wanted = expected[name]
+        good = new.startswith(contents) if wanted is UNFINISHED else contents == wanted
+        if not good:
+            wrong.append(f"{name} holds {contents!r:.200}")
+    return wrong
+
+
+class Call:
+    """A line of a trace."""
+
+    def __init__(self, line):
+        index, self.name, result, *self.paths = line.rstrip("\n").split("\t")
+        self.index = int(index)
+        self.result = None if result == "killed" else int(result)
+
+    def made(self):
+        return self.result is not None and self.result >= 0
+
+    def __str__(self):
+        return f"call {self.index} {self.name}({', '.join(self.paths)})"
+
+
+def read_trace(path):
+    """(calls, last line) of an injector's trace."""
+    lines = path.read_text().splitlines()
+    return [Call(line) for line in lines if "\t" in line], lines[-1] if lines else ""
+
+
+def steps_made(calls, scene, top):
+    """The steps that a trace shows, as (index of the call, step)."""
+    standing = set(scene.start())
+    made = []
+    for call in calls:
+        names = [relative_name(path, top) for path in call.paths]
+        step = step_of(call, names, standing) if call.made() else None
+        if step:
+            made.append((call.index, step))
+    return made
+
+
+def relative_name(path, top):
+    """The path below `top`, "" for itself, None for another place."""
+    path = os.path.normpath(path) if path.startswith("/") else "/"
+    if path == str(top):
+        return ""
+    return path[len(str(top)) + 1 :] if path.startswith(f"{top}/") else None
+
+
+def step_of(call, names, standing):
+    """The step that this call makes, or None; `standing` are the names that exist."""
+    if not names or any(name is None for name in names):
+        return None
+    if call.name in ("open", "openat", "mkdir") and names[0] not in standing | {""}:
+        standing.add(names[0])
+        return ("create", names[0])
+    if call.name in ("fsync", "fdatasync"):
+        return ("flush", names[0])
+    if call.name in ("unlink", "unlinkat"):
+        standing.discard(names[0])
+        return ("remove", names[0])
+    if call.name in ("rename", "link"):
+        standing.add(names[1])
+        if call.name == "rename":
+            standing.discard(names[0])
+        return (call.name, *names)
+    return None
