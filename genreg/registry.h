@@ -103,7 +103,8 @@ class VRXGENREG_API GenRegBase {
   // Tells whoever listens that the registry has changed.
   using NotifySlot = int (*)();
 
-  GenRegBase() = default;
+  GenRegBase();
+  ~GenRegBase();
   GenRegBase(const GenRegBase&) = delete;
   GenRegBase& operator=(const GenRegBase&) = delete;
 
@@ -145,7 +146,7 @@ class VRXGENREG_API GenRegFile : public GenRegBase {
   // The size in bytes of the largest record; 3 to 0x100000.
   using GetMaxRecordSizeSlot = int (*)(unsigned long* size);
 
-  GenRegFile() = default;
+  GenRegFile();
   // Drops the lock, closes both streams, puts the state word back to 1. Failures are only logged.
   ~GenRegFile();
 

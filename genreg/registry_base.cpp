@@ -13,6 +13,12 @@ bool isFeatureInRange(unsigned int bit) {
 
 }  // namespace
 
+GenRegBase::GenRegBase() = default;
+
+GenRegBase::~GenRegBase() = default;
+
+GenRegFile::GenRegFile() = default;
+
 GenRegStatus GenRegBase::setFeature(unsigned int bit) {
   Operation op(kGenRegBaseSetFeature);
   if (!isFeatureInRange(bit)) return op.fail(1, status::feature_out_of_range);

@@ -85,3 +85,5 @@ void GlobalReg::init(bool hostWideOnly) {
   CallerArgCount = 0;
   CallerArgs = nullptr;
 }
+
+GlobalReg::~GlobalReg() = default;

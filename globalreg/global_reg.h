@@ -30,6 +30,7 @@ class VRXGENREG_API GlobalReg : public GenRegBin {
   // The registry of this process's environment; `hostWideOnly` skips step 2.
   explicit GlobalReg(bool hostWideOnly);
   GlobalReg();  // as GlobalReg(false)
+  ~GlobalReg();
 
   // Chooses the file, assigns slots, features and members. The constructors call it. Calling it
   // again chooses anew; the object must then have no scan, lock or update open.

@@ -41,6 +41,8 @@ GenRegBin::GenRegBin() {
   storeType = kGenRegBinaryStore;
 }
 
+GenRegBin::~GenRegBin() = default;
+
 int GenRegBin::CheckFuncPtrs() {
   Operation op(kGenRegBinCheckFuncPtrs);
   const bool packed = isFeatureSet(kGenRegPacked);

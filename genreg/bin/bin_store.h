@@ -25,6 +25,7 @@ class VRXGENREG_API GenRegBin : public GenRegFile {
   using GetPackedRecordSizeSlot = int (*)(void* packed, unsigned long* size);
 
   GenRegBin();
+  ~GenRegBin();
 
   // 0 or the code of the first empty slot: validateRecord 0x9000021B, getMaxRecordSize 0x9000021D
   // and, with feature 0x4, packRecord 0x90000223, unpackRecord 0x90000222.
@@ -61,7 +62,8 @@ class VRXGENREG_API GenRegBin : public GenRegFile {
   [[nodiscard]] int GetNext(unsigned long long mask, void* key, void* result);
 
   // Appends `record`. Without feature 0x2, 0x900001F1 when a record agrees with it on `mask`.
-  // Any other failure leaves the registry as it was: 0x9000027D, 0x900001FC, 0x900001E5,
+  // Any other failure leaves the registry as it was, unless the log has 0x900003F6 as its inner
+  // code (committed, but the backup stays): 0x9000027D, 0x900001FC, 0x900001E5,
   // 0x900001E6, 0x900001E7 before anything is touched; 0x900001BC lock; 0x900001C5 open;
   // 0x900001CB, 0x900001CD, 0x90000254, 0x9000021C, 0x90000255, 0x900001D0, 0x900001DF, 0x900001D2
   // while copying; 0x900001C6, 0x900001FB at the end. 0x900001BD, 0x900001EE, 0x900003F2 report

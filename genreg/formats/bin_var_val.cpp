@@ -34,6 +34,8 @@ GenRegBinVarVal::GenRegBinVarVal(char* path, unsigned int* status) {
   (void)setFeature(kGenRegVerifyCommit);
 }
 
+GenRegBinVarVal::~GenRegBinVarVal() = default;
+
 int GenRegBinVarVal::MatchRecord(unsigned long long mask, void* stored, void* given) {
   Operation op(kGenRegBinVarValMatchRecord);
   if (stored == nullptr || given == nullptr) {

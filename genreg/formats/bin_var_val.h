@@ -32,6 +32,7 @@ class VRXGENREG_API GenRegBinVarVal : public GenRegBin {
   // *status receives 0, or 0x900001F3 (null or empty path), 0x900001F4 (longer than 1017 bytes),
   // 0x900001B8, 0x900001B9 (no base name, directory): the object must then not be used.
   GenRegBinVarVal(char* path, unsigned int* status);
+  ~GenRegBinVarVal();
 
   // The slots.
 

@@ -110,6 +110,8 @@ GenRegInitTab::GenRegInitTab(char* path, unsigned int* status) {
   if (status != nullptr) *status = rc;
 }
 
+GenRegInitTab::~GenRegInitTab() = default;
+
 GenRegStatus GenRegInitTab::setPaths(char* path) {
   Operation op(kGenRegInitTabSetPaths, path);
   return op.conclude(setRegistryPaths(path));  // logged where it was found

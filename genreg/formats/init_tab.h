@@ -39,6 +39,7 @@ class VRXGENREG_API GenRegInitTab : public GenRegText {
   // receives what setPaths returns. It has always been so and is kept for those who link against
   // it: use the other constructor and setPaths.
   GenRegInitTab(char* path, unsigned int* status);
+  ~GenRegInitTab();
 
   // 0x900001F3 null or empty path; 0x900001F4 longer than 1017 bytes; 0x900001B8, 0x900001B9 no
   // base name, directory. The paths are as they were after a failure.

@@ -47,6 +47,8 @@ GenRegServices::GenRegServices(char* path, unsigned int* status) {
   (void)setFeature(kGenRegVerifyCommit);  // is in range
 }
 
+GenRegServices::~GenRegServices() = default;
+
 int GenRegServices::MatchRecord(unsigned long long mask, void* stored, void* given) {
   const GenRegServicesRecord& line = recordAt(stored);
   const GenRegServicesRecord& wanted = recordAt(given);

@@ -41,6 +41,7 @@ class VRXGENREG_API GenRegServices : public GenRegText {
   // *status receives 0, or 0x900001F3 (null or empty path), 0x900001F4 (longer than 1017 bytes),
   // 0x900001B8, 0x900001B9 (no base name, directory): the object then has no slots and no features.
   GenRegServices(char* path, unsigned int* status);
+  ~GenRegServices();
 
   // The slots.
 

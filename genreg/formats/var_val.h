@@ -38,6 +38,7 @@ class VRXGENREG_API GenRegVarVal : public GenRegText {
   // 0x900001B8, 0x900001B9 (no base name, directory): the object must then not be used. Sets
   // bCompactFormattedLine back to false.
   GenRegVarVal(const char* path, unsigned int* status);
+  ~GenRegVarVal();
 
   // Each looks up the first line for `name` and converts its value. False, and *out as it was, when
   // there is none or its text does not convert as a whole; a quoted value keeps its quotes and so

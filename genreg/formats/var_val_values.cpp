@@ -67,6 +67,8 @@ GenRegVarVal::GenRegVarVal(const char* path, unsigned int* status) : found_{} {
   (void)setFeature(kGenRegDuplicates);
 }
 
+GenRegVarVal::~GenRegVarVal() = default;
+
 bool GenRegVarVal::find(const char* name) {
   GenRegVarValRecord key{};
   key.contents = kVarValHasValue;

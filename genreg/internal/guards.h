@@ -58,8 +58,8 @@ class HeldLock {
 
 // A lookup's access to the registry stream: an open scan's, borrowed from its start and given back
 // where it stood, or one opened for the lookup alone. When it cannot be had, `op` has failed with
-// 0x900001C5, in the binary store with 0x90000513 for a missing file; when it cannot be closed, with
-// 0x900001C6.
+// 0x900001C5, in the binary store with 0x90000513 for a missing file; when it cannot be closed,
+// with 0x900001C6.
 class LookupAccess {
  public:
   LookupAccess(Operation& op, GenRegFile& registry);

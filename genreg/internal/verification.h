@@ -5,15 +5,19 @@
 //
 // A Comparison is the store's part, a small type with
 //
-//     void allocate(Operation&, unsigned long maxRecord)  scratch memory
-//     void begin()                        the two streams are open, each at its first record
-//     bool readEarlier(Operation&)        the next record of the registry, or of the copy that is
-//     to bool readCurrent(Operation&)        replace it; false at the end, or on a failure bool
-//     isLastEarlier()                whether a store's deletion must end at this earlier record
-//     bool isSelected(Operation&)         the earlier record agrees with the key
-//     bool isSame(Operation&)             the two records are equal
-//     bool isGiven(Operation&)            the current record is the caller's new one
-//     SeveralChanged kSeveralChanged      what becomes of an update that touched too many records
+//     void allocate(Operation&, unsigned long maxRecord)
+//         scratch memory
+//     void begin()
+//         the two streams are open, each at its first record
+//     bool readEarlier(Operation&), readCurrent(Operation&)
+//         the next record of the registry, of the copy; false at the end, or on a failure
+//     bool isLastEarlier()
+//         whether a deletion must have ended by this earlier record
+//     bool isSelected(Operation&), isSame(Operation&), isGiven(Operation&)
+//         the earlier record agrees with the key; the two records are equal; the current record is
+//         the caller's new one
+//     SeveralChanged kSeveralChanged
+//         what becomes of an update that touched too many records
 #pragma once
 
 #include "genreg/internal/operation.h"

@@ -319,6 +319,22 @@ TEST_F(TextLookup, GetNextWithMaskZeroGivesEveryLine) {
   EXPECT_EQ(profile_.state & kGenRegStateScanEnd, kGenRegStateScanEnd);
 }
 
+int parsesLeft = 0;
+int failHalfWay(void* record, char*) {
+  if (parsesLeft-- > 0) static_cast<GenRegVarValRecord*>(record)->contents = kVarValHasValue;
+  return statusInt(status::no_equals_sign);
+}
+
+// What a failed parse leaves behind is not handed out.
+TEST_F(TextLookup, LineThatDoesNotParseGivesAnEmptyRecord) {
+  fill("broken\n");
+  ASSERT_EQ(profile_.OpenScan(), 0U);
+  parsesLeft = 1;
+  profile_.parseLine = failHalfWay;
+  ASSERT_EQ(next(), 0U);
+  EXPECT_TRUE(isCleared());
+}
+
 TEST_F(TextLookup, GetNextWithAMaskGivesTheMatchesInOrder) {
   fillThree();
   ASSERT_EQ(profile_.OpenScan(), 0U);

@@ -10,6 +10,8 @@ GenRegText::GenRegText() {
   storeType = kGenRegTextStore;
 }
 
+GenRegText::~GenRegText() = default;
+
 GenRegStatus GenRegText::CheckFuncPtrs() {
   Operation op(kGenRegTextCheckFuncPtrs);
   if (validateRecord == nullptr) return op.fail(1, status::no_validate_slot);

@@ -27,6 +27,7 @@ class VRXGENREG_API GenRegText : public GenRegFile {
   using ParseLineSlot = int (*)(void* record, char* line);
 
   GenRegText();
+  ~GenRegText();
 
   // 0 or the code of the first empty slot: validateRecord 0x9000021B, getMaxRecordSize 0x9000021D,
   // parseLine 0x90000220, matchRecord 0x9000021C, formatLine 0x90000221.

@@ -214,6 +214,21 @@ TEST_F(TextVerify, BlankAndUnparsedInitLinesEqualNothingElse) {
   }
 }
 
+// Without fields to compare, two lines that do not parse have their bytes only.
+TEST_F(TextVerify, UnparsedInitLinesDifferByTheirBytes) {
+  InitTable table(path_);
+  InitLine key("k");
+  InitLine line("k", "1", "w", "c");
+  const char* const kRows[][2] = {{"bad\n", "worse\n"}, {"bad\n", "\n"}, {"\n", "bad\n"}};
+  for (const auto& row : kRows) {
+    vrxtest::writeFile(path_, row[0] + std::string("k:0:w:c\n"));
+    vrxtest::writeFile(folder_.file("reg.tmp"), row[1] + std::string("k:1:w:c\n"));
+    EXPECT_EQ(table.Verify(kGenRegChange, kInitTabId, key.record(), line.record()),
+              status::verify_unselected_change)
+        << row[0] << row[1];
+  }
+}
+
 // --- what verification itself can meet
 
 TEST_F(TextVerify, MissingCopyCannotBeOpened) {
