@@ -9,6 +9,7 @@
 #include <cstring>
 
 #include "genreg/bin/checksum.h"
+#include "genreg/internal/features.h"
 #include "genreg/internal/guards.h"
 #include "platform/osse/strings.h"
 
@@ -133,7 +134,7 @@ unsigned long long copySize(Operation& op, FILE* copy) {
 }  // namespace
 
 bool usesChecksumHeader(const GenRegFile& registry) {
-  return registry.storeType == kGenRegBinaryStore && registry.isFeatureSet(kGenRegChecksumHeader);
+  return registry.storeType == kGenRegBinaryStore && hasFeature(registry, kGenRegChecksumHeader);
 }
 
 void seekFirstRecord(Operation& op, GenRegFile& registry, HeaderCheck check) {

@@ -114,12 +114,12 @@ class VRXGENREG_API GenRegBase {
   // bits is set; no change in either case.
   [[nodiscard]] GenRegStatus unsetFeature(unsigned int bit);
   // True when any bit of `bit` is set. No range check.
-  bool isFeatureSet(unsigned int bit) const;
+  bool isFeatureSet(unsigned int bit);
 
   // The number written as the caller into change-log entries: a function identifier, 0 for none.
   void SetChangeLoggingFuncID(unsigned int id);
   // The stored identifier while feature 0x20 is set, else 0.
-  unsigned int GetChangeLoggingFuncID() const;
+  unsigned int GetChangeLoggingFuncID();
 
   // The slots and words below are filled by the constructors of stores and formats.
   MatchRecordSlot matchRecord = nullptr;
@@ -152,11 +152,11 @@ class VRXGENREG_API GenRegFile : public GenRegBase {
 
   // Copy one path into `buffer` of `size` bytes. 0x90000008 when it does not fit (the buffer is
   // then set to the empty string; nothing is written when size is 0), 0x9000000C for a null buffer.
-  [[nodiscard]] GenRegStatus getRegistryPath(char* buffer, unsigned long size) const;
-  [[nodiscard]] GenRegStatus getRegistryTmpPath(char* buffer, unsigned long size) const;
-  [[nodiscard]] GenRegStatus getRegistryBackupPath(char* buffer, unsigned long size) const;
-  [[nodiscard]] GenRegStatus getRegistryLockPath(char* buffer, unsigned long size) const;
-  [[nodiscard]] GenRegStatus getRegistryCorruptTmpPath(char* buffer, unsigned long size) const;
+  [[nodiscard]] GenRegStatus getRegistryPath(char* buffer, unsigned long size);
+  [[nodiscard]] GenRegStatus getRegistryTmpPath(char* buffer, unsigned long size);
+  [[nodiscard]] GenRegStatus getRegistryBackupPath(char* buffer, unsigned long size);
+  [[nodiscard]] GenRegStatus getRegistryLockPath(char* buffer, unsigned long size);
+  [[nodiscard]] GenRegStatus getRegistryCorruptTmpPath(char* buffer, unsigned long size);
 
   // Follows the registry path when it is a symbolic link (at most 40 hops) and forms all five paths
   // anew beside the real file. Leaves them as they are when the path is no link, when the chain is

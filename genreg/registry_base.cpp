@@ -34,7 +34,7 @@ GenRegStatus GenRegBase::unsetFeature(unsigned int bit) {
   return op.status();
 }
 
-bool GenRegBase::isFeatureSet(unsigned int bit) const {
+bool GenRegBase::isFeatureSet(unsigned int bit) {
   return (features & bit) != 0;
 }
 
@@ -42,6 +42,6 @@ void GenRegBase::SetChangeLoggingFuncID(unsigned int id) {
   changeLoggingFuncID = id;
 }
 
-unsigned int GenRegBase::GetChangeLoggingFuncID() const {
+unsigned int GenRegBase::GetChangeLoggingFuncID() {
   return isFeatureSet(kGenRegChangeLog) ? changeLoggingFuncID : 0;
 }

@@ -11,6 +11,7 @@
 #include <cerrno>
 
 #include "genreg/internal/checksum_header.h"
+#include "genreg/internal/features.h"
 #include "genreg/internal/operation.h"
 #include "genreg/internal/registry_files.h"
 #include "genreg/registry.h"
@@ -23,7 +24,7 @@ namespace {
 
 // With feature 0x1 an update's own close keeps the copy for verification, whose close commits it.
 bool commits(const GenRegFile& registry, unsigned mode) {
-  if (registry.isFeatureSet(kGenRegVerifyCommit)) return mode == kGenRegVerify;
+  if (hasFeature(registry, kGenRegVerifyCommit)) return mode == kGenRegVerify;
   if (mode == kGenRegAdd) return !appendsInPlace(registry);
   return mode == kGenRegChange || mode == kGenRegDelete;
 }

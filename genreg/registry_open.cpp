@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include "genreg/internal/checksum_header.h"
+#include "genreg/internal/features.h"
 #include "genreg/internal/operation.h"
 #include "genreg/internal/registry_files.h"
 #include "genreg/registry.h"
@@ -101,7 +102,7 @@ void openCopy(Operation& op, GenRegFile& registry, unsigned mode) {
 }  // namespace
 
 bool genreg::appendsInPlace(const GenRegFile& registry) {
-  return registry.isFeatureSet(kGenRegDuplicates) && !registry.isFeatureSet(kGenRegVerifyCommit) &&
+  return hasFeature(registry, kGenRegDuplicates) && !hasFeature(registry, kGenRegVerifyCommit) &&
          !usesChecksumHeader(registry);
 }
 

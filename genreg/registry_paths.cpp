@@ -148,23 +148,23 @@ GenRegStatus GenRegFile::GetAndSetRealRegistryPaths() {
   return op.status();
 }
 
-GenRegStatus GenRegFile::getRegistryPath(char* buffer, unsigned long size) const {
+GenRegStatus GenRegFile::getRegistryPath(char* buffer, unsigned long size) {
   return copyPath(kGenRegFileGetRegistryPath, registryPath, buffer, size);
 }
 
-GenRegStatus GenRegFile::getRegistryTmpPath(char* buffer, unsigned long size) const {
+GenRegStatus GenRegFile::getRegistryTmpPath(char* buffer, unsigned long size) {
   return copyPath(kGenRegFileGetRegistryTmpPath, temporaryPath, buffer, size);
 }
 
-GenRegStatus GenRegFile::getRegistryBackupPath(char* buffer, unsigned long size) const {
+GenRegStatus GenRegFile::getRegistryBackupPath(char* buffer, unsigned long size) {
   return copyPath(kGenRegFileGetRegistryBackupPath, backupPath, buffer, size);
 }
 
-GenRegStatus GenRegFile::getRegistryLockPath(char* buffer, unsigned long size) const {
+GenRegStatus GenRegFile::getRegistryLockPath(char* buffer, unsigned long size) {
   return copyPath(kGenRegFileGetRegistryLockPath, lockPath, buffer, size);
 }
 
-GenRegStatus GenRegFile::getRegistryCorruptTmpPath(char* buffer, unsigned long size) const {
+GenRegStatus GenRegFile::getRegistryCorruptTmpPath(char* buffer, unsigned long size) {
   return copyPath(kGenRegFileGetRegistryCorruptTmpPath, corruptPath, buffer, size);
 }
 

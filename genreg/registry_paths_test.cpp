@@ -181,7 +181,7 @@ TEST(RegistryPaths, RefusedSecondSetUpKeepsTheFirst) {
 }
 
 // The getters, with the paths that they give for "/var/reg/services".
-using Getter = GenRegStatus (GenRegFile::*)(char*, unsigned long) const;
+using Getter = GenRegStatus (GenRegFile::*)(char*, unsigned long);
 struct GetterCase {
   Getter getter;
   const char* path;
@@ -195,7 +195,7 @@ constexpr GetterCase kGetters[] = {
 };
 
 TEST(RegistryPathGetters, BufferOfExactlyTheLengthPlusOneIsEnough) {
-  const PlainRegistry registry("/var/reg/services");
+  PlainRegistry registry("/var/reg/services");
   for (const GetterCase& row : kGetters) {
     std::vector<char> buffer(std::strlen(row.path) + 1, '?');
     EXPECT_EQ((registry.*row.getter)(buffer.data(), buffer.size()), 0u);
@@ -204,7 +204,7 @@ TEST(RegistryPathGetters, BufferOfExactlyTheLengthPlusOneIsEnough) {
 }
 
 TEST(RegistryPathGetters, OneByteLessEmptiesTheBuffer) {
-  const PlainRegistry registry("/var/reg/services");
+  PlainRegistry registry("/var/reg/services");
   for (const GetterCase& row : kGetters) {
     std::vector<char> buffer(std::strlen(row.path) + 1, '?');
     EXPECT_EQ((registry.*row.getter)(buffer.data(), buffer.size() - 1), 0x90000008u);
@@ -214,7 +214,7 @@ TEST(RegistryPathGetters, OneByteLessEmptiesTheBuffer) {
 }
 
 TEST(RegistryPathGetters, LargerBufferEndsInATerminator) {
-  const PlainRegistry registry("/var/reg/services");
+  PlainRegistry registry("/var/reg/services");
   for (const GetterCase& row : kGetters) {
     std::vector<char> buffer(2000, '?');
     EXPECT_EQ((registry.*row.getter)(buffer.data(), 1500), 0u);
@@ -225,7 +225,7 @@ TEST(RegistryPathGetters, LargerBufferEndsInATerminator) {
 }
 
 TEST(RegistryPathGetters, SizeZeroWritesNothing) {
-  const PlainRegistry registry("/var/reg/services");
+  PlainRegistry registry("/var/reg/services");
   for (const GetterCase& row : kGetters) {
     char buffer = '?';
     EXPECT_EQ((registry.*row.getter)(&buffer, 0), 0x90000008u);
@@ -234,7 +234,7 @@ TEST(RegistryPathGetters, SizeZeroWritesNothing) {
 }
 
 TEST(RegistryPathGetters, NullBufferIsRefused) {
-  const PlainRegistry registry("/var/reg/services");
+  PlainRegistry registry("/var/reg/services");
   for (const GetterCase& row : kGetters) {
     EXPECT_EQ((registry.*row.getter)(nullptr, 100), 0x9000000Cu);
     EXPECT_EQ((registry.*row.getter)(nullptr, 0), 0x9000000Cu);

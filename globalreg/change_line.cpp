@@ -47,7 +47,7 @@ void formatTime(char (&out)[kTimeSize]) {
   out[strcspn(out, "\n")] = '\0';
 }
 
-void appendCaller(LineBuffer& line, const GlobalReg& registry) {
+void appendCaller(LineBuffer& line, GlobalReg& registry) {
   const unsigned int caller = registry.GetChangeLoggingFuncID();
   line.append("\";CALLER=");
   line.append(caller == 0 ? "UNKNOWN" : ecfGetFunctionName(caller));
@@ -92,7 +92,7 @@ void appendValue(LineBuffer& line, const unsigned char* record, const Field& fie
 
 }  // namespace
 
-void formatCommandLine(const GlobalReg& registry, char (&out)[kCommandLineSize]) {
+void formatCommandLine(GlobalReg& registry, char (&out)[kCommandLineSize]) {
   constexpr char kNone[] = "N/A";
   if (registry.CallerArgCount < 1 || registry.CallerArgs == nullptr) {
     std::memcpy(out, kNone, sizeof kNone);
@@ -111,7 +111,7 @@ void formatCommandLine(const GlobalReg& registry, char (&out)[kCommandLineSize])
   out[size] = '\0';
 }
 
-void appendHeader(LineBuffer& line, const GlobalReg& registry, unsigned int action) {
+void appendHeader(LineBuffer& line, GlobalReg& registry, unsigned int action) {
   char time[kTimeSize];
   formatTime(time);
   line.append("TS=\"");

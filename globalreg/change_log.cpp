@@ -84,7 +84,7 @@ void appendToLog(genreg::Operation& op, const globalreg::LineBuffer& line) {
 int GlobalReg::Log(void* registry, unsigned int action, void* record, void* second) {
   genreg::Operation op(genreg::kGlobalRegLog, kChangeLogPath);
   globalreg::LineBuffer line;
-  globalreg::appendHeader(line, *static_cast<const GlobalReg*>(registry), action);
+  globalreg::appendHeader(line, *static_cast<GlobalReg*>(registry), action);
   globalreg::appendRecord(line, record);
   if (action == kGenRegChange && second != nullptr) {
     line.append("!");

@@ -8,6 +8,7 @@
 
 #include "genreg/bin/internal/frame.h"
 #include "genreg/bin/internal/frame_reader.h"
+#include "genreg/internal/features.h"
 #include "genreg/internal/operation.h"
 
 using namespace genreg;
@@ -25,7 +26,7 @@ unsigned long long sizeOfFile(Operation& op, const GenRegFile& registry, FILE* s
 
 // The length of what WriteRecord is given, from the slot that knows its form.
 void sizeOfRecord(Operation& op, const GenRegBin& store, void* record, unsigned long* size) {
-  const bool packed = store.isFeatureSet(kGenRegPacked);
+  const bool packed = hasFeature(store, kGenRegPacked);
   const auto slot = packed ? store.getPackedRecordSize : store.getRecordSize;
   if (slot == nullptr) {
     op.fail(60, packed ? status::no_packed_size_slot : status::no_size_slot);

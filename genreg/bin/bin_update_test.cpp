@@ -65,7 +65,7 @@ INSTANTIATE_TEST_SUITE_P(Features, BinUpdateRoads,
                          testing::Values(kUnique, kVerified, kUnique | kGenRegBigEndian,
                                          kVerified | kGenRegBigEndian));
 
-std::string inOrderOf(const PlainRegistry& registry, std::string frames) {
+std::string inOrderOf(PlainRegistry& registry, std::string frames) {
   if (!registry.isFeatureSet(kGenRegBigEndian)) return frames;
   for (std::size_t at = 0; at < frames.size(); at += 24) {
     std::reverse(frames.begin() + static_cast<long>(at),

@@ -2,6 +2,7 @@
 // The frame reader and the growth of its block.
 #include "genreg/bin/internal/frame_reader.h"
 
+#include "genreg/internal/features.h"
 #include "platform/osse/memory.h"
 
 namespace genreg {
@@ -24,7 +25,7 @@ void growBlock(Operation& op, void** block, unsigned long capacity) {
 }
 
 LengthOrder lengthOrderOf(const GenRegBin& store) {
-  return store.isFeatureSet(kGenRegBigEndian) ? LengthOrder::kBigEndian : LengthOrder::kHost;
+  return hasFeature(store, kGenRegBigEndian) ? LengthOrder::kBigEndian : LengthOrder::kHost;
 }
 
 void FrameReader::readFrom(FILE* stream, unsigned long long fileSize) {

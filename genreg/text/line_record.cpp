@@ -4,10 +4,12 @@
 
 #include <cstring>
 
+#include "genreg/internal/features.h"
+
 namespace genreg {
 
 Continuations continuationsOf(const GenRegText& store) {
-  return store.isFeatureSet(kGenRegJoinLines) ? Continuations::kJoined : Continuations::kKept;
+  return hasFeature(store, kGenRegJoinLines) ? Continuations::kJoined : Continuations::kKept;
 }
 
 void LineRecord::allocate(unsigned probe, unsigned long maxRecord) {

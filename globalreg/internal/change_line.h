@@ -14,7 +14,7 @@ namespace globalreg {
 constexpr std::size_t kCommandLineSize = 1024;
 
 // Appends `TS="...";CALLER=...;PID=...;U=...;BL=...;FP=...;PATH=...;ACT=...;CL=...;REC=`.
-void appendHeader(LineBuffer& line, const GlobalReg& registry, unsigned int action);
+void appendHeader(LineBuffer& line, GlobalReg& registry, unsigned int action);
 
 // Appends a record: its type's letter and its known fields, each followed by a comma but the last.
 // A field that is absent leaves its comma only; a record of another type leaves nothing.
@@ -22,6 +22,6 @@ void appendRecord(LineBuffer& line, const void* record);
 
 // The calling program's command line in double quotes, or N/A when nobody set it. The arguments are
 // separated by blanks; the first that does not fit ends them.
-void formatCommandLine(const GlobalReg& registry, char (&out)[kCommandLineSize]);
+void formatCommandLine(GlobalReg& registry, char (&out)[kCommandLineSize]);
 
 }  // namespace globalreg
