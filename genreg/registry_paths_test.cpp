@@ -242,7 +242,7 @@ TEST(RegistryPathGetters, NullBufferIsRefused) {
 }
 
 TEST(RegistryPathGetters, ObjectWithoutPathsGivesEmptyOnes) {
-  const GenRegFile registry;
+  GenRegFile registry;
   for (const GetterCase& row : kGetters) {
     char buffer = '?';
     EXPECT_EQ((registry.*row.getter)(&buffer, 1), 0u);
