@@ -22,10 +22,9 @@ namespace {
 
 // Words of the same language that this version does not speak yet.
 constexpr const char* kLaterWords[] = {
-    "profile", "ports",  "inittab", "binvar",  "export",     "import", "diff",
-    "batch",   "check",  "repair",  "salvage", "leftovers",  "log",    "history",
-    "show",    "undo",   "restore", "watch",   "wait",       "status", "lock",
-    "monitor", "report", "facts",   "schema",  "completion", "rename", "edit"};
+    "export", "import",  "diff",   "batch", "check",   "repair",     "salvage", "leftovers",
+    "log",    "history", "show",   "undo",  "restore", "watch",      "wait",    "status",
+    "lock",   "monitor", "report", "facts", "schema",  "completion", "rename",  "edit"};
 
 bool isLaterWord(const std::string& word) {
   for (const char* later : kLaterWords) {
@@ -63,8 +62,9 @@ void addNames(const Table& table, std::vector<std::string>* names) {
                                  suggestion(word, names), join(names, ", ")));
 }
 
-void refuseForeignOptions(const Arguments& arguments, const Verb& verb, const std::string& what) {
-  const std::string foreign = firstForeignOption(arguments, verb.accepts);
+void refuseForeignOptions(const Arguments& arguments, const Noun* noun, const Verb& verb) {
+  const std::string what = (noun == nullptr ? "" : std::string(noun->name) + " ") + verb.name;
+  const std::string foreign = firstForeignOption(arguments, acceptsOf(verb, noun));
   if (!foreign.empty()) throw usageFailure(fmt::format("{} does not apply to {}", foreign, what));
   const bool listForm = arguments.form == Form::csv || arguments.form == Form::tsv ||
                         arguments.form == Form::sh || arguments.form == Form::value;
@@ -82,8 +82,7 @@ Exit runVerb(const Arguments& arguments, const Noun* noun, const Verb& verb, std
     *output = verbHelp(noun, verb);
     return Exit::done;
   }
-  const std::string subject = noun == nullptr ? "" : std::string(noun->name) + " ";
-  refuseForeignOptions(arguments, verb, subject + verb.name);
+  refuseForeignOptions(arguments, noun, verb);
   const auto rest = arguments.words.begin() + static_cast<std::ptrdiff_t>(taken);
   Command command{arguments, noun, {rest, arguments.words.end()}, ""};
   const Exit exit = verb.run(command);

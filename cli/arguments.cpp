@@ -41,12 +41,14 @@ struct OptionRow {
 };
 
 constexpr OptionRow kOptions[] = {
-    {"--registry", "--registry FILE", 0, "the global registry to use"},
-    {"--host-wide", "--host-wide", 0, "skip the instance's own registry"},
+    {"--registry", "--registry FILE", kAcceptsRegistry, "the global registry to use"},
+    {"--host-wide", "--host-wide", kAcceptsRegistry, "skip the instance's own registry"},
+    {"--file", "-f, --file FILE", kAcceptsFile, "the file to use"},
     {"--output", "-o, --output FORM", 0, "table, wide, json, ndjson, csv, tsv, sh, name, value"},
     {"--fields", "--fields A,B", kAcceptsFields, "these fields, in this order"},
     {"--where", "--where EXPR", kAcceptsWhere, "F=GLOB, F!=GLOB, F~REGEX, F>=V ...; all must hold"},
     {"--sort", "--sort [-]FIELD", kAcceptsSort, "in the order of a field; - turns it round"},
+    {"--all-lines", "--all-lines", kAcceptsAllLines, "every line of the file, with its number"},
     {"--no-headings", "--no-headings", kAcceptsHeadings, "no headings in tables, csv and tsv"},
     {"-0", "-0", kAcceptsZero, "end names and values with a NUL byte"},
     {"--service", "--service S", kAcceptsKeyParts, "the key's service, when a name holds \"/\""},
@@ -56,7 +58,7 @@ constexpr OptionRow kOptions[] = {
     {"--must-exist", "--must-exist", kAcceptsMustExist, "refuse to add"},
     {"--replace", "--replace", kAcceptsReplace, "exactly the fields given, all others absent"},
     {"--missing-ok", "--missing-ok", kAcceptsMissingOk, "a record that is not there is no failure"},
-    {"--all", "--all", kAcceptsAll, "all duplicates, where a format allows them"},
+    {"--all", "--all", kAcceptsAll, "all records of this key, where a format allows several"},
     {"--dry-run", "-n, --dry-run", kAcceptsDryRun, "show what would change, write nothing"},
     {"--diff", "--diff", kAcceptsDryRun, "show the difference, and write"},
     {"--detailed-exitcode", "--detailed-exitcode", kAcceptsDetailed, "10 changed, 0 unchanged"},
@@ -74,10 +76,12 @@ constexpr OptionRow kOptions[] = {
 void addReadingOptions(CLI::App& app, Arguments& arguments, Raw& raw) {
   app.add_option("--registry", arguments.registry);
   app.add_flag("--host-wide", arguments.hostWide);
+  app.add_option("-f,--file", arguments.file);
   app.add_option("-o,--output", raw.form);
   app.add_option("--fields", raw.fields);
   app.add_option("--where", arguments.where)->allow_extra_args(false);
   app.add_option("--sort", arguments.sort);
+  app.add_flag("--all-lines", arguments.allLines);
   app.add_flag("--no-headings", arguments.noHeadings);
   app.add_flag("-0", arguments.zero);
   app.add_option("--service", arguments.service);
@@ -212,6 +216,9 @@ void finish(const CLI::App& app, const Raw& raw, Arguments* arguments) {
   }
   if (arguments->registry && arguments->registry->empty()) {
     throw usageFailure("--registry: the file's name is empty");
+  }
+  if (arguments->file && arguments->file->empty()) {
+    throw usageFailure("-f: the file's name is empty");
   }
   noteGivenOptions(app, arguments);
   takeWords(app.remaining(), arguments);

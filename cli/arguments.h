@@ -26,8 +26,15 @@ enum Accepts : unsigned {
   kAcceptsReplace = 0x400,
   kAcceptsMissingOk = 0x800,
   kAcceptsAll = 0x1000,
-  kAcceptsWhy = 0x2000
+  kAcceptsWhy = 0x2000,
+  kAcceptsRegistry = 0x4000,
+  kAcceptsFile = 0x8000,
+  kAcceptsAllLines = 0x10000
 };
+
+// The bits that a verb has only on nouns that have them too.
+constexpr unsigned kAcceptsOfNouns =
+    kAcceptsAll | kAcceptsRegistry | kAcceptsFile | kAcceptsAllLines;
 
 constexpr long long kNoTimeLimit = -1;
 constexpr long long kDefaultTimeLimit = 30000;
@@ -35,11 +42,13 @@ constexpr long long kDefaultTimeLimit = 30000;
 struct Arguments {
   std::optional<std::string> registry;
   bool hostWide = false;
+  std::optional<std::string> file;
 
   Form form = Form::table;
   std::vector<std::string> fields;
   std::string sort;
   std::vector<std::string> where;
+  bool allLines = false;
   bool noHeadings = false;
   bool zero = false;
 

@@ -83,11 +83,11 @@ void readPattern(const std::vector<Field>& fields, const std::string& expression
   if (!ordered) return;
   Version version;
   std::uint64_t number = 0;
+  std::int64_t integer = 0;
   if (kind == Kind::version && parseVersion(condition->text, &version)) condition->value = version;
-  if ((kind == Kind::number || kind == Kind::byte) &&
-      parseNumber(condition->text, UINT64_MAX, &number)) {
-    condition->value = number;
-  }
+  const bool counts = kind == Kind::number || kind == Kind::byte || kind == Kind::port;
+  if (counts && parseNumber(condition->text, UINT64_MAX, &number)) condition->value = number;
+  if (kind == Kind::integer && parseInteger(condition->text, &integer)) condition->value = integer;
   if (isAbsent(condition->value)) {
     throw usageFailure(fmt::format("--where {}: < and > compare versions and numbers", expression));
   }

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // The nouns of the global registry as data: names, types and places of every field, once.
+#include "cli/arguments.h"
 #include "cli/global_store.h"
 
 namespace cli {
@@ -107,15 +108,16 @@ std::unique_ptr<Store> open(const Noun& noun, const Arguments& arguments, const 
 }  // namespace
 
 std::vector<Noun> globalNouns() {
+  constexpr unsigned kAccepts = kAcceptsRegistry;
   return {
       {"instance", "the host's instances", "SERVICE/VERSION/NAME",
        "service,version,instance,start_at_boot,maintenance,usage,path", KeyPart::name,
-       fieldsOf(kInstanceFields), &open<instanceLayout>},
+       fieldsOf(kInstanceFields), &open<instanceLayout>, kAccepts},
       {"service", "the installed copies", "SERVICE/VERSION", "service,version,fixpack,text1",
-       KeyPart::service, fieldsOf(kServiceFields), &open<serviceLayout>},
+       KeyPart::service, fieldsOf(kServiceFields), &open<serviceLayout>, kAccepts},
       {"variable", "the variables kept for installed copies", "SERVICE/VARIABLE",
        "service,variable,value,comment", KeyPart::name, fieldsOf(kVariableFields),
-       &open<variableLayout>},
+       &open<variableLayout>, kAccepts},
   };
 }
 

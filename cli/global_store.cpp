@@ -160,8 +160,7 @@ std::string GlobalStore::path() const {
 }
 
 std::string GlobalStore::lockPath() const {
-  char path[kGenRegPathSize];
-  return registry_.getRegistryLockPath(path, sizeof path) == status::ok ? path : "";
+  return registry_.lockPath;
 }
 
 Row GlobalStore::rowOf(const GlobalRegRecord& record) const {

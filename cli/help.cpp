@@ -28,6 +28,12 @@ std::string describe(const Field& field) {
       return "a version, as 3.1.0.7";
     case Kind::byte:
       return "a number, 0 to 255, or one character other than a digit";
+    case Kind::port:
+      return "a number, 1 to 65535";
+    case Kind::integer:
+      return "a number, -2147483648 to 2147483647";
+    case Kind::list:
+      return "texts with commas between them";
     case Kind::text:
       break;
   }
@@ -37,7 +43,8 @@ std::string describe(const Field& field) {
 std::string fieldLines(const Noun& noun) {
   std::string text;
   for (const Field& field : noun.fields) {
-    const char* remark = field.keyPart == KeyPart::none ? "" : ", part of the key";
+    if (field.presence == Presence::derived) continue;
+    const char* remark = isKeyField(field) ? ", part of the key" : "";
     text += fmt::format("  {:<14} {}{}\n", field.name, describe(field), remark);
   }
   return text;
@@ -73,7 +80,8 @@ std::string verbHelp(const Noun* noun, const Verb& verb) {
       fmt::format("Usage: vrxreg {}{} {}\n{}\n", subject, verb.name, verb.usage, verb.summary);
   if (noun != nullptr)
     text += fmt::format("\nKey: {}\n\nFields:\n{}", noun->keyForm, fieldLines(*noun));
-  return text + "\nOptions (those that the verb understands):\n" + optionsHelp(verb.accepts);
+  return text + "\nOptions (those that the verb understands):\n" +
+         optionsHelp(acceptsOf(verb, noun));
 }
 
 }  // namespace cli

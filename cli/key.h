@@ -24,22 +24,38 @@ class KeyQuery {
   // merely hold the parts.
   std::vector<const Record*> select(const std::vector<Record>& records) const;
 
-  // A row with just the key fields, for a record to be added. Throws Failure: usage when the key
-  // does not give every part, refused when a part is no value for its field.
+  // A row with just the fields that the key gives, for a record to be added. Throws Failure:
+  // usage when it cannot be told which parts are given, refused when one is no value for its field.
   Row newRow() const;
 
-  // Whether every part of the key is given.
-  bool isWhole() const;
+  // Whether a record could be added under this key: every part is given, or parts are named, so
+  // that others may follow as fields.
+  bool canBegin() const { return named_ || parts_.size() == fields_.size(); }
 
  private:
+  using Places = std::vector<std::size_t>;  // fields, in the order of the key's parts
+
+  std::vector<std::string> splitText() const;
   bool holdsParts(const Row& row) const;
-  bool matchesFrom(const Row& row, std::size_t part, std::size_t position, bool sawShort) const;
+  bool matchesFrom(const Row& row, const Places& places, std::size_t part, std::size_t position,
+                   bool sawShort) const;
+  const Places& placesOfParts() const;
 
   const Noun& noun_;
-  std::vector<std::size_t> fields_;  // the key's fields
-  std::vector<std::string> parts_;   // as typed; with named parts one a key field, "" for not given
+  Places fields_;                   // the key's fields
+  Places alternatives_;             // the same with the alternative in the name's place, or empty
+  std::vector<std::string> parts_;  // as typed; with named parts one a key field, "" for not given
   bool named_ = false;
   std::string text_;
 };
+
+// The row's key with the alternative in the name's place; empty where there is none.
+std::string alternativeKey(const Noun& noun, const Row& row);
+
+// Whether the row has every part of its key.
+bool hasWholeKey(const Noun& noun, const Row& row);
+
+// Throws Failure (usage) when it has not.
+void requireWholeKey(const Noun& noun, const Row& row);
 
 }  // namespace cli

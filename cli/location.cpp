@@ -48,9 +48,7 @@ void useRegistry(const std::string& path) {
 }
 
 std::string registryPathOf(const GlobalReg& registry) {
-  char path[kGenRegPathSize];
-  const GenRegStatus rc = registry.getRegistryPath(path, sizeof path);
-  if (rc == genreg::status::ok && (registry.state & kGenRegStatePathsSet) != 0) return path;
+  if ((registry.state & kGenRegStatePathsSet) != 0) return registry.registryPath;
   Failure failure(Exit::noRegistry, "the global registry: " + whyNoPath());
   failure.code = genreg::status::paths_not_set;
   throw failure;
@@ -77,6 +75,16 @@ std::string registryReason(const Arguments& arguments) {
 bool registryExists(const std::string& path) {
   struct stat info {};
   return stat(path.c_str(), &info) == 0;
+}
+
+void requireFolder(const std::string& path) {
+  const std::size_t slash = path.rfind('/');
+  const std::string folder = slash == std::string::npos ? "." : path.substr(0, slash + 1);
+  struct stat info {};
+  if (stat(folder.c_str(), &info) == 0 && S_ISDIR(info.st_mode)) return;
+  Failure failure(Exit::noRegistry, fmt::format("{}: there is no folder {}", path, folder));
+  failure.path = path;
+  throw failure;
 }
 
 void requireRegistry(const std::string& path) {

@@ -24,6 +24,9 @@ std::string registryReason(const Arguments& arguments);
 // regular file (io). Reading would create a missing one.
 void requireRegistry(const std::string& path);
 
+// Throws Failure (noRegistry) when there is no folder for a file at `path`.
+void requireFolder(const std::string& path);
+
 // Whether anything stands at `path`.
 bool registryExists(const std::string& path);
 

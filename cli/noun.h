@@ -22,6 +22,16 @@ struct Arguments;
 struct Record {
   Row row;
   std::string image;
+  std::string text{};    // of a record that is a line: its bytes as they stand in the file
+  std::size_t line = 0;  // the number of the first of them; 0 where records are no lines
+};
+
+// One logical line of a text, whatever it is.
+enum class LineKind { entry, comment, blank, unparsed };
+struct FileLine {
+  std::size_t number;  // of its first physical line, from 1
+  LineKind kind;
+  std::string text;  // as it stands, without the last line end
 };
 
 // Whether a store tells the outside world (the change log, the monitor) of its updates.
@@ -49,9 +59,26 @@ class Store {
   // Removes the record with the key of `old`.
   [[nodiscard]] virtual GenRegStatus remove(const Record& old) = 0;
 
+  // Throws Failure (refused) when `row`, in place of `old` or as a new record (null), would not
+  // read back as it is, or would take something with it that rows do not show.
+  virtual void check(const Record* old, const Row& row) const;
+
+  // Every line of the file; nothing where records are no lines.
+  [[nodiscard]] virtual GenRegStatus readLines(std::vector<FileLine>* lines);
+
+  // What in the file a status is about, where the store has seen it; else empty.
+  virtual std::string blame(GenRegStatus status) const;
+
   // Takes the lock without waiting and releases it: locked_elsewhere when somebody else holds it.
   [[nodiscard]] virtual GenRegStatus probeLock() = 0;
 };
+
+// What becomes of a missing file when a record is added: made with its folder, made where there is
+// a folder, or a failure.
+enum class MissingFile { madeWithFolder, made, refused };
+
+// What a difference shows: the fields of the record, or the lines of the file.
+enum class Difference { record, file };
 
 struct Noun {
   const char* name;
@@ -63,6 +90,11 @@ struct Noun {
   // Opens the store that the arguments choose, or the file at `path` when it is not empty.
   std::unique_ptr<Store> (*open)(const Noun& noun, const Arguments& arguments,
                                  const std::string& path, SideEffects effects);
+  unsigned accepts;  // the Accepts bits, of those that not every noun has, that this one has
+  MissingFile missingFile = MissingFile::madeWithFolder;
+  Difference difference = Difference::record;
+  const char* afterwards = "";  // what is left to do when a change has been made
+  bool slashInName = false;     // whether a "/" that separates no other part belongs to the name
 };
 
 // The nouns that there are.
@@ -74,7 +106,14 @@ const Noun* findNoun(std::string_view name);
 // The indices of the noun's key fields, in the order of the key's parts.
 std::vector<std::size_t> keyFields(const Noun& noun);
 
-// The key as it is printed and accepted: the key fields with "/" between them.
+// Whether the field is a part of the key as it is printed.
+bool isKeyField(const Field& field);
+
+// The key as it is printed and accepted: the key fields, without absent ones, with "/" between
+// them.
 std::string keyOf(const Noun& noun, const Row& row);
+
+// Whether two rows have the same key.
+bool sameKey(const Noun& noun, const Row& a, const Row& b);
 
 }  // namespace cli

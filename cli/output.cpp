@@ -90,20 +90,27 @@ std::string changedFields(const ChangeReport& report) {
   return join(names, ", ");
 }
 
-std::string reportLine(const ChangeReport& report) {
+std::string whatWasDone(const ChangeReport& report) {
   const std::string key = displayText(report.key);
   switch (report.action) {
     case Action::add:
-      return fmt::format("{} {}\n", report.dryRun ? "would add" : "added", key);
+      return fmt::format("{} {}", report.dryRun ? "would add" : "added", key);
     case Action::change:
-      return fmt::format("{} {}: {}\n", report.dryRun ? "would change" : "changed", key,
+      return fmt::format("{} {}: {}", report.dryRun ? "would change" : "changed", key,
                          changedFields(report));
     case Action::remove:
-      return fmt::format("{} {}\n", report.dryRun ? "would remove" : "removed", key);
+      return fmt::format("{} {}", report.dryRun ? "would remove" : "removed", key);
     case Action::none:
       break;
   }
-  return fmt::format("unchanged {}\n", key);
+  return "unchanged " + key;
+}
+
+std::string reportLine(const ChangeReport& report) {
+  std::string line = whatWasDone(report);
+  if (report.count > 1) line += fmt::format(" ({} records)", report.count);
+  if (!report.remark.empty()) line += fmt::format(" ({})", report.remark);
+  return line + "\n";
 }
 
 }  // namespace
@@ -115,8 +122,9 @@ Value cellOf(const Row& row, int column) {
 
 std::vector<int> allColumns(const std::vector<Field>& fields) {
   std::vector<int> columns;
-  for (std::size_t i = 0; i < fields.size(); ++i)
-    columns.push_back(static_cast<int>(i));
+  for (std::size_t i = 0; i < fields.size(); ++i) {
+    if (fields[i].presence != Presence::derived) columns.push_back(static_cast<int>(i));
+  }
   return columns;
 }
 

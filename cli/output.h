@@ -38,9 +38,11 @@ struct ChangeReport {
   std::string key;
   Action action = Action::none;
   bool dryRun = false;
+  std::size_t count = 1;  // records concerned; of several, the first speaks for all
   std::optional<Row> before;
   std::optional<Row> after;
   std::optional<std::string> diff;
+  std::string remark;  // behind the report, for people
 };
 
 // The answer in the form that the arguments ask for.
@@ -50,7 +52,7 @@ std::string render(const ChangeReport& report, const Arguments& arguments);
 // One cell of a row; a column of kKeyColumn gives the key.
 Value cellOf(const Row& row, int column);
 
-// All of the noun's fields, in order.
+// All of the noun's fields, in order, but for those that only some records show.
 std::vector<int> allColumns(const std::vector<Field>& fields);
 
 // output_table.cpp: columns aligned, with the headings in bold when `color` is wanted.
@@ -69,6 +71,10 @@ std::string unifiedDiff(const std::vector<std::string>& before,
 // The diff of a record as "field=value" lines; an absent row is /dev/null.
 std::string recordDiff(const Noun& noun, const std::optional<Row>& before,
                        const std::optional<Row>& after, const std::string& newRemark);
+// The diff of two contents of the file at `path`; absent contents are /dev/null. Tabs stand as they
+// are.
+std::string fileDiff(const std::string& path, const std::optional<std::string>& before,
+                     const std::optional<std::string>& after, const std::string& newRemark);
 // Removed lines red, added lines green.
 std::string colorDiff(const std::string& diff);
 

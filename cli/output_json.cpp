@@ -22,6 +22,17 @@ void putText(Json* object, const std::string& name, const std::string& text) {
   }
 }
 
+// One text that is not UTF-8 sends the whole list in base64.
+void putList(Json* object, const std::string& name, const List& list) {
+  bool readable = true;
+  for (const std::string& item : list.items)
+    readable = readable && isUtf8(item);
+  Json items = Json::array();
+  for (const std::string& item : list.items)
+    items.push_back(readable ? item : base64(item));
+  (*object)[readable ? name : name + "_b64"] = std::move(items);
+}
+
 void putValue(Json* object, const std::string& name, const Value& value) {
   if (isAbsent(value)) return;
   if (const auto* version = std::get_if<Version>(&value)) {
@@ -29,8 +40,12 @@ void putValue(Json* object, const std::string& name, const Value& value) {
     (*object)[name + "_code"] = fmt::format("0x{:016X}", version->code);
   } else if (const auto* number = std::get_if<std::uint64_t>(&value)) {
     (*object)[name] = *number;
+  } else if (const auto* integer = std::get_if<std::int64_t>(&value)) {
+    (*object)[name] = *integer;
   } else if (const auto* yes = std::get_if<bool>(&value)) {
     (*object)[name] = *yes;
+  } else if (const auto* list = std::get_if<List>(&value)) {
+    putList(object, name, *list);
   } else {
     putText(object, name, std::get<std::string>(value));
   }
@@ -45,12 +60,21 @@ void putUnknown(Json* object, const std::vector<UnknownField>& fields) {
   (*object)["unknown_fields"] = std::move(list);
 }
 
+// What only some records have to tell is told whatever fields were asked for.
+void putDerived(Json* object, const Answer& answer, const Row& row) {
+  for (std::size_t i = 0; i < answer.fields.size(); ++i) {
+    if (answer.fields[i].presence != Presence::derived) continue;
+    putValue(object, answer.fields[i].name, row.values[i]);
+  }
+}
+
 void putRow(Json* object, const Answer& answer, const Row& row) {
   if (!row.key.empty()) putText(object, "key", row.key);
   for (const int column : answer.columns) {
     if (column == kKeyColumn) continue;
     putValue(object, answer.fields[static_cast<std::size_t>(column)].name, cellOf(row, column));
   }
+  putDerived(object, answer, row);
   putUnknown(object, row.unknown);
 }
 
@@ -86,12 +110,10 @@ void putPair(Json* fields, const std::string& name, const Value& before, const V
     if (isAbsent(value)) return;
     if (!readable) {
       pair[side] = base64(valueText(value));
-    } else if (const auto* number = std::get_if<std::uint64_t>(&value)) {
-      pair[side] = *number;
-    } else if (const auto* yes = std::get_if<bool>(&value)) {
-      pair[side] = *yes;
-    } else {
+    } else if (std::holds_alternative<Version>(value)) {
       pair[side] = valueText(value);
+    } else {
+      putValue(&pair, side, value);
     }
   };
   put("old", before);
@@ -144,6 +166,7 @@ std::string renderJson(const ChangeReport& report) {
   object["action"] = actionName(report.action);
   object["changed"] = report.action != Action::none;
   object["dry_run"] = report.dryRun;
+  if (report.count > 1) object["count"] = report.count;
   object["fields"] = changedFields(report);
   if (report.diff) object["diff"] = *report.diff;
   return line(object);

@@ -83,11 +83,22 @@ TablePointer newTable(const std::vector<std::string>& headings, const Arguments&
   return table;
 }
 
+// The columns asked for; of a whole record also what only some records have to tell.
+std::vector<int> withDerived(const Answer& answer, const Row& row) {
+  std::vector<int> columns = answer.columns;
+  if (columns != allColumns(answer.fields)) return columns;
+  for (std::size_t i = 0; i < answer.fields.size(); ++i) {
+    const bool derived = answer.fields[i].presence == Presence::derived;
+    if (derived && !isAbsent(row.values[i])) columns.push_back(static_cast<int>(i));
+  }
+  return columns;
+}
+
 // One record: a line a field.
 std::string renderUpright(const Answer& answer, const Arguments& arguments) {
   const TablePointer table = newTable({"FIELD", "VALUE"}, arguments);
   for (const Row& row : answer.rows) {
-    for (const int column : answer.columns) {
+    for (const int column : withDerived(answer, row)) {
       const std::string name =
           column == kKeyColumn ? "key" : answer.fields[static_cast<std::size_t>(column)].name;
       addLine(table.get(), {name, displayCell(cellOf(row, column))});

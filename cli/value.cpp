@@ -9,6 +9,7 @@
 #include <limits>
 
 #include "cli/failure.h"
+#include "cli/text.h"
 #include "oss/version_code.h"
 #include "platform/osse/strings.h"
 
@@ -16,13 +17,16 @@ namespace cli {
 
 namespace {
 
-constexpr std::uint64_t kMaxPart = 0xFFFF;
+constexpr std::uint64_t kMaxPart = 0xFFFF;  // of a version
 constexpr int kMaxParts = 4;
+constexpr std::uint64_t kMaxPort = 65535;
 
 struct TextOf {
   std::string operator()(std::monostate) const { return {}; }
   std::string operator()(const std::string& text) const { return text; }
   std::string operator()(std::uint64_t number) const { return std::to_string(number); }
+  std::string operator()(std::int64_t number) const { return std::to_string(number); }
+  std::string operator()(const List& list) const { return join(list.items, ","); }
   std::string operator()(bool yes) const { return yes ? "yes" : "no"; }
   std::string operator()(Version version) const {
     char text[kVersionStringSize];
@@ -31,16 +35,10 @@ struct TextOf {
   }
 };
 
-[[noreturn]] void refuse(const Field& field, const std::string& why) {
-  Failure failure(Exit::refused, fmt::format("{}: {}", field.name, why));
-  failure.field = field.name;
-  throw failure;
-}
-
 Value parseText(const Field& field, const std::string& text) {
   if (text.size() > field.maxBytes) {
-    refuse(field,
-           fmt::format("{} bytes are too long, the limit is {}", text.size(), field.maxBytes));
+    refuseValue(field,
+                fmt::format("{} bytes are too long, the limit is {}", text.size(), field.maxBytes));
   }
   return text;
 }
@@ -48,7 +46,7 @@ Value parseText(const Field& field, const std::string& text) {
 Value parseBoolean(const Field& field, const std::string& text) {
   bool yes = false;
   if (ossStrToBoolean(text.c_str(), &yes) != genreg::status::ok) {
-    refuse(field, fmt::format("\"{}\" is neither yes nor no", text));
+    refuseValue(field, fmt::format("\"{}\" is neither yes nor no", text));
   }
   return yes;
 }
@@ -56,7 +54,7 @@ Value parseBoolean(const Field& field, const std::string& text) {
 Value parseUnsigned(const Field& field, const std::string& text, std::uint64_t limit) {
   std::uint64_t number = 0;
   if (!parseNumber(text, limit, &number)) {
-    refuse(field, fmt::format("\"{}\" is no number from 0 to {}", text, limit));
+    refuseValue(field, fmt::format("\"{}\" is no number from 0 to {}", text, limit));
   }
   return number;
 }
@@ -67,16 +65,41 @@ Value parseByte(const Field& field, const std::string& text) {
   if (text.size() == 1 && std::isdigit(first) == 0) return std::uint64_t{first};
   std::uint64_t number = 0;
   if (!parseNumber(text, std::numeric_limits<unsigned char>::max(), &number)) {
-    refuse(field, fmt::format("\"{}\" is neither one character nor a number from 0 to 255", text));
+    refuseValue(field,
+                fmt::format("\"{}\" is neither one character nor a number from 0 to 255", text));
   }
   return number;
+}
+
+Value parsePort(const Field& field, const std::string& text) {
+  std::uint64_t number = 0;
+  if (!parseNumber(text, kMaxPort, &number) || number == 0) {
+    refuseValue(field, fmt::format("\"{}\" is no port from 1 to {}", text, kMaxPort));
+  }
+  return number;
+}
+
+Value parseSigned(const Field& field, const std::string& text) {
+  std::int64_t number = 0;
+  if (!parseInteger(text, &number)) {
+    refuseValue(field, fmt::format("\"{}\" is no number from -2147483648 to 2147483647", text));
+  }
+  return number;
+}
+
+Value parseList(const Field& field, const std::string& text) {
+  List list{split(text, ',')};
+  for (const std::string& item : list.items) {
+    if (item.empty()) refuseValue(field, fmt::format("an empty one in \"{}\"", text));
+  }
+  return list;
 }
 
 Value parseVersionField(const Field& field, const std::string& text) {
   Version version;
   if (!parseVersion(text, &version)) {
-    refuse(field,
-           fmt::format("\"{}\" is no version: four numbers up to 65535, as in 3.1.0.7", text));
+    refuseValue(field,
+                fmt::format("\"{}\" is no version: four numbers up to 65535, as in 3.1.0.7", text));
   }
   return version;
 }
@@ -111,6 +134,22 @@ bool parseNumber(std::string_view text, std::uint64_t limit, std::uint64_t* numb
   return true;
 }
 
+bool parseInteger(std::string_view text, std::int64_t* number) {
+  const bool negative = !text.empty() && text.front() == '-';
+  if (negative) text.remove_prefix(1);
+  const auto largest = static_cast<std::uint64_t>(std::numeric_limits<std::int32_t>::max());
+  std::uint64_t size = 0;
+  if (!parseNumber(text, largest + (negative ? 1 : 0), &size)) return false;
+  *number = negative ? -static_cast<std::int64_t>(size) : static_cast<std::int64_t>(size);
+  return true;
+}
+
+void refuseValue(const Field& field, const std::string& why) {
+  Failure failure(Exit::refused, fmt::format("{}: {}", field.name, why));
+  failure.field = field.name;
+  throw failure;
+}
+
 bool parseVersion(const std::string& text, Version* version) {
   std::uint64_t code = 0;
   int parts = 0;
@@ -138,6 +177,12 @@ Value parseValue(const Field& field, const std::string& text) {
       return parseVersionField(field, text);
     case Kind::byte:
       return parseByte(field, text);
+    case Kind::port:
+      return parsePort(field, text);
+    case Kind::integer:
+      return parseSigned(field, text);
+    case Kind::list:
+      return parseList(field, text);
     case Kind::text:
       break;
   }
@@ -153,7 +198,13 @@ int compareValues(const Value& a, const Value& b) {
   if (const auto* number = std::get_if<std::uint64_t>(&a)) {
     return compareOrdered(*number, std::get<std::uint64_t>(b));
   }
+  if (const auto* number = std::get_if<std::int64_t>(&a)) {
+    return compareOrdered(*number, std::get<std::int64_t>(b));
+  }
   if (const auto* yes = std::get_if<bool>(&a)) return compareOrdered(*yes, std::get<bool>(b));
+  if (const auto* list = std::get_if<List>(&a)) {
+    return compareOrdered(list->items, std::get<List>(b).items);
+  }
   return compareOrdered(std::get<std::string>(a), std::get<std::string>(b));
 }
 

@@ -15,8 +15,9 @@
 
 namespace cli {
 
-// The types of a field. A byte is a number from 0 to 255 that may be typed as one character.
-enum class Kind { text, number, boolean, version, byte };
+// The types of a field. A byte is a number from 0 to 255 that may be typed as one character; a port
+// one from 1 to 65535; an integer has a sign and 32 bits; a list is typed with commas.
+enum class Kind { text, number, boolean, version, byte, port, integer, list };
 
 // A version code; a type of its own so that it prints dotted and compares by its parts.
 struct Version {
@@ -26,15 +27,29 @@ inline bool operator==(Version a, Version b) {
   return a.code == b.code;
 }
 
+// Several texts in order.
+struct List {
+  std::vector<std::string> items;
+};
+inline bool operator==(const List& a, const List& b) {
+  return a.items == b.items;
+}
+
 // The value of one field; std::monostate is an absent field, which is neither empty nor 0 nor "no".
-using Value = std::variant<std::monostate, std::string, std::uint64_t, bool, Version>;
+using Value =
+    std::variant<std::monostate, std::string, std::uint64_t, bool, Version, std::int64_t, List>;
 
 inline bool isAbsent(const Value& value) {
   return std::holds_alternative<std::monostate>(value);
 }
 
 // Which part of a key a field is, and so which option names it (--service, --version-of, --name).
-enum class KeyPart { none, service, version, name };
+// An alternative may be typed in place of the name, and is no part of the key as it is printed.
+enum class KeyPart { none, service, version, name, protocol, alternative };
+
+// Whether a record can do without a field: yes; no; no, but an empty text will do; or the field
+// only tells something about the record and cannot be set, and is shown where it is present.
+enum class Presence { optional, required, maybeEmpty, derived };
 
 // One field of a noun, or one column of an answer.
 struct Field {
@@ -43,6 +58,7 @@ struct Field {
   Kind kind;
   std::size_t maxBytes;  // of a text, without terminator
   KeyPart keyPart;
+  Presence presence = Presence::optional;
 };
 
 // A field that this revision does not know, kept as it lies in its record.
@@ -57,7 +73,8 @@ struct Row {
   std::vector<UnknownField> unknown;
 };
 
-// The value as plain text: dotted, decimal, yes or no, or the bytes; empty when absent.
+// The value as plain text: dotted, decimal, yes or no, with commas, or the bytes; empty when
+// absent.
 std::string valueText(const Value& value);
 
 // The value that `text` names; an empty text is an absent field. Throws Failure (refused) with the
@@ -69,6 +86,12 @@ bool parseVersion(const std::string& text, Version* version);
 
 // Reads a whole decimal or 0x number up to `limit`; false when it is none.
 bool parseNumber(std::string_view text, std::uint64_t limit, std::uint64_t* number);
+
+// Reads a whole number of 32 bits that may begin with "-"; false when it is none.
+bool parseInteger(std::string_view text, std::int64_t* number);
+
+// Throws Failure (refused): "field: why".
+[[noreturn]] void refuseValue(const Field& field, const std::string& why);
 
 // Below, equal or above 0 as `a` sorts before, with or after `b`: numbers and versions by size,
 // "no" before "yes", texts by their bytes, absent values last.

@@ -6,41 +6,48 @@ namespace cli {
 
 namespace {
 
-constexpr unsigned kRows = kAcceptsFields | kAcceptsHeadings | kAcceptsZero;
-constexpr unsigned kChange = kAcceptsKeyParts | kAcceptsDryRun | kAcceptsDetailed | kAcceptsZero;
+constexpr unsigned kPlace = kAcceptsRegistry | kAcceptsFile;
+constexpr unsigned kRows = kPlace | kAcceptsFields | kAcceptsHeadings | kAcceptsZero;
+constexpr unsigned kChange =
+    kPlace | kAcceptsKeyParts | kAcceptsDryRun | kAcceptsDetailed | kAcceptsZero;
+constexpr unsigned kPlain = kAcceptsRegistry | kAcceptsHeadings | kAcceptsZero;
 
 }  // namespace
 
 const std::vector<Verb>& nounVerbs() {
   static const std::vector<Verb> verbs = {
       {"list", "", "all records, or those that --where selects",
-       kRows | kAcceptsWhere | kAcceptsSort, Forms::all, &runList},
+       kRows | kAcceptsWhere | kAcceptsSort | kAcceptsAllLines, Forms::all, &runList},
       {"get", "KEY [FIELD...]", "one record, or some of its fields", kRows | kAcceptsKeyParts,
        Forms::all, &runGet},
       {"exists", "KEY", "exit 0 when the record exists, 1 when it does not",
-       kAcceptsKeyParts | kAcceptsHeadings | kAcceptsZero, Forms::all, &runExists},
-      {"count", "", "how many records there are", kAcceptsWhere | kAcceptsHeadings | kAcceptsZero,
-       Forms::all, &runCount},
+       kPlace | kAcceptsKeyParts | kAcceptsHeadings | kAcceptsZero, Forms::all, &runExists},
+      {"count", "", "how many records there are",
+       kPlace | kAcceptsWhere | kAcceptsHeadings | kAcceptsZero, Forms::all, &runCount},
       {"add", "KEY [FIELD=VALUE...]", "a new record; refuses one that exists",
        kChange | kAcceptsUnset, Forms::report, &runAdd},
       {"set", "KEY [FIELD=VALUE...]", "change these fields, or add the record",
-       kChange | kAcceptsUnset | kAcceptsMustExist | kAcceptsReplace, Forms::report, &runSet},
-      {"remove", "KEY", "remove the record", kChange | kAcceptsMissingOk, Forms::report,
-       &runRemove},
+       kChange | kAcceptsUnset | kAcceptsMustExist | kAcceptsReplace | kAcceptsAll, Forms::report,
+       &runSet},
+      {"remove", "KEY", "remove the record", kChange | kAcceptsMissingOk | kAcceptsAll,
+       Forms::report, &runRemove},
   };
   return verbs;
 }
 
 const std::vector<Verb>& topVerbs() {
   static const std::vector<Verb> verbs = {
-      {"where", "[--why]", "the global registry in use, and what chose it",
-       kAcceptsWhy | kAcceptsHeadings | kAcceptsZero, Forms::all, &runWhere},
-      {"version", "V", "a version as text, code and level number", kAcceptsHeadings | kAcceptsZero,
-       Forms::all, &runVersion},
-      {"explain", "CODE", "what a status code means and what to do next",
-       kAcceptsHeadings | kAcceptsZero, Forms::all, &runExplain},
+      {"where", "[--why]", "the global registry in use, and what chose it", kPlain | kAcceptsWhy,
+       Forms::all, &runWhere},
+      {"version", "V", "a version as text, code and level number", kPlain, Forms::all, &runVersion},
+      {"explain", "CODE", "what a status code means and what to do next", kPlain, Forms::all,
+       &runExplain},
   };
   return verbs;
+}
+
+unsigned acceptsOf(const Verb& verb, const Noun* noun) {
+  return noun == nullptr ? verb.accepts : verb.accepts & (~kAcceptsOfNouns | noun->accepts);
 }
 
 const Verb* findVerb(const std::vector<Verb>& verbs, std::string_view name) {

@@ -36,6 +36,9 @@ struct Verb {
 const std::vector<Verb>& nounVerbs();
 const std::vector<Verb>& topVerbs();
 
+// The Accepts bits of a verb on a noun (null: on none).
+unsigned acceptsOf(const Verb& verb, const Noun* noun);
+
 const Verb* findVerb(const std::vector<Verb>& verbs, std::string_view name);
 
 // verbs_read.cpp

@@ -2,12 +2,11 @@
 // add, set, remove. A change is made to exactly the record that was read, or read and made again.
 #include <fmt/format.h>
 
-#include "cli/filter.h"
+#include <set>
+
+#include "cli/change_target.h"
+#include "cli/edits.h"
 #include "cli/key.h"
-#include "cli/location.h"
-#include "cli/lock_wait.h"
-#include "cli/private_copy.h"
-#include "cli/text.h"
 #include "cli/verbs.h"
 
 namespace cli {
@@ -19,93 +18,54 @@ namespace status = genreg::status;
 // Every round that fails is a round in which somebody else succeeded.
 constexpr int kMaxRounds = 100;
 
-struct Edit {
-  std::size_t field;
-  Value value;  // absent makes the field absent
-};
-
-// The store to change: the real one, or in a dry run a private copy that tells nobody.
-struct Target {
-  std::unique_ptr<PrivateCopy> copy;
-  std::unique_ptr<Store> store;
-  std::string path;  // of the real one
-};
-
-Target openTarget(const Command& command) {
-  const Noun& noun = *command.noun;
-  Target target;
-  target.store = noun.open(noun, command.arguments, "", SideEffects::wanted);
-  target.path = target.store->path();
-  if (registryExists(target.path)) requireRegistry(target.path);
-  if (!command.arguments.dryRun) return target;
-  target.copy = std::make_unique<PrivateCopy>(target.path);
-  target.store = noun.open(noun, command.arguments, target.copy->path(), SideEffects::none);
-  return target;
+[[noreturn]] void changedMeanwhile(const Command& command, const Target& target,
+                                   const KeyQuery& query) {
+  Failure failure(Exit::conflict, fmt::format("{} {}: changed meanwhile, {} times in a row",
+                                              command.noun->name, query.text(), kMaxRounds));
+  failure.path = target.path();
+  throw failure;
 }
 
-void addEdit(const Noun& noun, const std::string& name, const std::string& text,
-             std::vector<Edit>* edits) {
-  const int column = columnsOf(noun.fields, {name}, noun.name).front();
-  if (column == kKeyColumn)
-    throw usageFailure("key: to change a key, remove the record and add it");
-  const auto index = static_cast<std::size_t>(column);
-  for (const Edit& edit : *edits) {
-    if (edit.field == index) throw usageFailure(fmt::format("{} is given twice", name));
-  }
-  edits->push_back({index, parseValue(noun.fields[index], text)});
+[[noreturn]] void refuseExisting(const Command& command, const Target& target,
+                                 const std::string& key) {
+  Failure failure(Exit::conflict,
+                  fmt::format("{} {}: exists in {}", command.noun->name, key, target.path()));
+  failure.code = status::duplicate_record;
+  failure.path = target.path();
+  throw failure;
 }
 
-std::vector<Edit> parseEdits(const Command& command) {
-  std::vector<Edit> edits;
-  for (const std::string& word : command.words) {
-    const std::size_t sign = word.find('=');
-    if (sign == std::string::npos) {
-      throw usageFailure(fmt::format("\"{}\": write FIELD=VALUE", word));
-    }
-    addEdit(*command.noun, word.substr(0, sign), word.substr(sign + 1), &edits);
-  }
-  for (const std::string& name : command.arguments.unset) {
-    addEdit(*command.noun, name, "", &edits);
-  }
-  return edits;
+// A store that cannot tell the new record from the old one has written nothing.
+[[noreturn]] void refuseInvisible(const Command& command, const std::string& key) {
+  Failure failure(Exit::refused,
+                  fmt::format("{} {}: not changed, the format takes the new record for the old one",
+                              command.noun->name, key));
+  failure.code = status::unchanged;
+  throw failure;
 }
 
-void applyEdits(const Noun& noun, const std::vector<Edit>& edits, Row* row) {
-  for (const Edit& edit : edits) {
-    const Field& field = noun.fields[edit.field];
-    if (field.keyPart != KeyPart::none && !(row->values[edit.field] == edit.value)) {
-      throw usageFailure(fmt::format("{} is part of the key of {}; remove the record and add it",
-                                     field.name, row->key));
-    }
-    row->values[edit.field] = edit.value;
-  }
-}
-
-// The one record that the key names, with its copy of the store's form.
-std::optional<Record> findRecord(const Command& command, const Target& target,
-                                 const KeyQuery& query) {
-  if (!registryExists(target.store->path())) return {};
-  const std::vector<Record> records = readRecords(*target.store, target.path);
-  const std::vector<const Record*> found = query.select(records);
-  if (found.size() > 1) throw ambiguous(*command.noun, query.text(), found);
-  if (found.empty()) return {};
-  return *found.front();
-}
-
-[[noreturn]] void fail(const Command& command, const Target& target, const std::string& key,
+[[noreturn]] void fail(const Command& command, Target& target, const std::string& key,
                        GenRegStatus rc) {
+  if (rc == status::unchanged) refuseInvisible(command, key);
   const bool aboutRecord = exitOf(rc) == Exit::refused || exitOf(rc) == Exit::conflict;
   const std::string subject =
-      aboutRecord ? fmt::format("{} {}", command.noun->name, key) : target.path;
-  throw failureOf(rc, subject, target.path);
+      aboutRecord ? fmt::format("{} {}", command.noun->name, key) : target.path();
+  Failure failure = failureOf(rc, subject, target.path());
+  const std::string blame = target.store().blame(rc);
+  if (!blame.empty()) failure.message = fmt::format("{}: {}", subject, blame);
+  throw failure;
 }
 
-GenRegStatus runOn(const Command& command, const Target& target,
-                   const std::function<GenRegStatus()>& update) {
-  return runUpdate(command.arguments, *target.store, update);
+std::string remarkOf(const Command& command, const Target& target, Action action) {
+  if (action == Action::none) return {};
+  if (action == Action::add && target.wasMissing() &&
+      command.noun->missingFile == MissingFile::made) {
+    return "new file " + target.path();
+  }
+  return command.arguments.dryRun ? "" : command.noun->afterwards;
 }
 
-Exit report(Command& command, Action action, std::optional<Row> before, std::optional<Row> after,
+Exit report(Command& command, const Target& target, Action action, const Done& done,
             const std::string& key) {
   const Arguments& arguments = command.arguments;
   ChangeReport result;
@@ -113,116 +73,155 @@ Exit report(Command& command, Action action, std::optional<Row> before, std::opt
   result.key = key;
   result.action = action;
   result.dryRun = arguments.dryRun;
-  result.before = std::move(before);
-  result.after = std::move(after);
-  if (arguments.dryRun || arguments.diff) {
-    result.diff = action == Action::none ? ""
-                                         : recordDiff(*command.noun, result.before, result.after,
-                                                      arguments.dryRun ? " (dry run)" : " (new)");
-  }
+  result.count = done.count;
+  result.before = done.before;
+  result.after = done.after;
+  result.remark = remarkOf(command, target, action);
+  if (arguments.dryRun || arguments.diff) result.diff = target.difference(done);
   command.output = render(result, arguments);
   const bool tells = arguments.detailedExitCode && action != Action::none;
   return tells ? Exit::changed : Exit::done;
 }
 
-// The row that `set` wants in place of `old`.
-Row editedRow(const Command& command, const std::vector<Edit>& edits, const Row& old) {
-  Row row = old;
-  if (command.arguments.replace) {
-    for (std::size_t i = 0; i < row.values.size(); ++i) {
-      if (command.noun->fields[i].keyPart == KeyPart::none) row.values[i] = Value{};
-    }
+// The records that a change is for: one, or with --all every one that the key names.
+std::vector<const Record*> chosen(const Command& command, const KeyQuery& query,
+                                  const std::vector<Record>& records) {
+  std::vector<const Record*> found = query.select(records);
+  if (found.size() > 1 && !command.arguments.all) {
+    throw ambiguous(*command.noun, query.text(), found);
   }
-  applyEdits(*command.noun, edits, &row);
-  return row;
-}
-
-// One attempt of `set`; nothing when somebody else was faster and the record must be read again.
-std::optional<Exit> setOnce(Command& command, const Target& target, const KeyQuery& query,
-                            const std::vector<Edit>& edits) {
-  const std::optional<Record> old = findRecord(command, target, query);
-  if (!old && command.arguments.mustExist) requireRegistry(target.path);
-  if (!old && (command.arguments.mustExist || !query.isWhole())) {
-    throw notFound(*command.noun, query.text(), target.path);
-  }
-  const Row row = editedRow(command, edits, old ? old->row : query.newRow());
-  if (old && old->row.values == row.values) {
-    return report(command, Action::none, old->row, row, row.key);
-  }
-  const GenRegStatus rc = runOn(command, target, [&] {
-    return old ? target.store->change(*old, row) : target.store->add(row);
-  });
-  if (rc == (old ? status::no_match : status::duplicate_record)) return {};
-  if (rc != status::ok) fail(command, target, row.key, rc);
-  if (!old) return report(command, Action::add, {}, row, row.key);
-  return report(command, Action::change, old->row, row, row.key);
-}
-
-bool sameKey(const Noun& noun, const Row& a, const Row& b) {
-  for (const std::size_t field : keyFields(noun)) {
-    if (!(a.values[field] == b.values[field])) return false;
-  }
-  return true;
+  return found;
 }
 
 // Looking first spares the registry a refused update, which would leave a temporary copy behind.
-GenRegStatus addNew(const Command& command, const Target& target, const Row& row) {
-  if (registryExists(target.store->path())) {
-    for (const Record& record : readRecords(*target.store, target.path)) {
-      if (sameKey(*command.noun, record.row, row)) return status::duplicate_record;
-    }
+GenRegStatus addRow(const Command& command, Target& target, const std::vector<Record>& records,
+                    const Row& row) {
+  requireFields(*command.noun, nullptr, row);
+  target.store().check(nullptr, row);
+  for (const Record& record : records) {
+    if (sameKey(*command.noun, record.row, row)) refuseExisting(command, target, row.key);
   }
-  return runOn(command, target, [&] { return target.store->add(row); });
+  target.requirePlace();
+  return target.run([&] { return target.store().add(row); });
+}
+
+// One attempt of `set` where the key names nothing; nothing when somebody else was faster.
+std::optional<Exit> addOnce(Command& command, Target& target, const KeyQuery& query,
+                            const std::vector<Edit>& edits, const std::vector<Record>& records) {
+  const Noun& noun = *command.noun;
+  if (command.arguments.mustExist) target.requireFile();
+  if (command.arguments.mustExist || !query.canBegin()) {
+    throw notFound(noun, query.text(), target.path());
+  }
+  const Row row = newRow(noun, query, edits);
+  if (!hasWholeKey(noun, row)) throw notFound(noun, query.text(), target.path());
+  const GenRegStatus rc = addRow(command, target, records, row);
+  if (rc == status::duplicate_record) return {};
+  if (rc != status::ok) fail(command, target, row.key, rc);
+  Done done;
+  done.note(noun, {}, row, target.newRemark());
+  return report(command, target, Action::add, done, row.key);
+}
+
+struct Replacement {
+  const Record* old;
+  Row row;
+};
+
+// What `set` makes of the records found, without those that are so already. Throws Failure
+// (refused) before any of them is changed.
+std::vector<Replacement> replacementsFor(const Command& command, const Target& target,
+                                         const std::vector<Edit>& edits,
+                                         const std::vector<const Record*>& found) {
+  std::vector<Replacement> replacements;
+  for (const Record* old : found) {
+    Row row = editedRow(*command.noun, command.arguments, edits, old->row);
+    if (row.values == old->row.values) continue;
+    requireFields(*command.noun, &old->row, row);
+    target.store().check(old, row);
+    replacements.push_back({old, std::move(row)});
+  }
+  return replacements;
+}
+
+// One attempt of `set` on records that exist; false when one of them is not what it was. An update
+// changes records that are the same to the byte together.
+bool changeOnce(Command& command, Target& target, const std::vector<Replacement>& replacements,
+                Done* done) {
+  std::set<std::string> changed;
+  for (const auto& [old, row] : replacements) {
+    GenRegStatus rc = status::ok;
+    if (changed.insert(old->image).second) {
+      rc = target.run([&, &was = *old, &now = row] { return target.store().change(was, now); });
+    }
+    if (rc == status::no_match) return false;
+    if (rc != status::ok) fail(command, target, row.key, rc);
+    done->note(*command.noun, old->row, row, target.newRemark());
+  }
+  return true;
 }
 
 }  // namespace
 
 Exit runAdd(Command& command) {
-  const KeyQuery query(*command.noun, command.arguments, &command.words);
+  const Noun& noun = *command.noun;
+  const KeyQuery query(noun, command.arguments, &command.words);
   const std::vector<Edit> edits = parseEdits(command);
-  Row row = query.newRow();
-  applyEdits(*command.noun, edits, &row);
-  const Target target = openTarget(command);
-  const GenRegStatus rc = addNew(command, target, row);
-  if (rc == status::duplicate_record) {
-    Failure failure(Exit::conflict,
-                    fmt::format("{} {}: exists in {}", command.noun->name, row.key, target.path));
-    failure.code = rc;
-    failure.path = target.path;
-    throw failure;
-  }
+  const Row row = newRow(noun, query, edits);
+  requireWholeKey(noun, row);
+  Target target(command);
+  const GenRegStatus rc = addRow(command, target, target.read({}), row);
+  if (rc == status::duplicate_record) refuseExisting(command, target, row.key);
   if (rc != status::ok) fail(command, target, row.key, rc);
-  return report(command, Action::add, {}, row, row.key);
+  Done done;
+  done.note(noun, {}, row, target.newRemark());
+  return report(command, target, Action::add, done, row.key);
 }
 
 Exit runSet(Command& command) {
   const KeyQuery query(*command.noun, command.arguments, &command.words);
   const std::vector<Edit> edits = parseEdits(command);
-  const Target target = openTarget(command);
+  Target target(command);
+  Done done;
   for (int round = 0; round < kMaxRounds; ++round) {
-    const std::optional<Exit> settled = setOnce(command, target, query, edits);
-    if (settled) return *settled;
+    const std::vector<Record> records = target.read(done);
+    const std::vector<const Record*> found = chosen(command, query, records);
+    if (found.empty()) {
+      const std::optional<Exit> settled = addOnce(command, target, query, edits, records);
+      if (settled) return *settled;
+      continue;
+    }
+    const auto replacements = replacementsFor(command, target, edits, found);
+    if (changeOnce(command, target, replacements, &done)) {
+      const Action action = done.count == 0 ? Action::none : Action::change;
+      return report(command, target, action, done, found.front()->row.key);
+    }
   }
-  Failure failure(Exit::conflict, fmt::format("{} {}: changed meanwhile, {} times in a row",
-                                              command.noun->name, query.text(), kMaxRounds));
-  failure.path = target.path;
-  throw failure;
+  changedMeanwhile(command, target, query);
 }
 
 Exit runRemove(Command& command) {
   const KeyQuery query(*command.noun, command.arguments, &command.words);
   refuseWords(command);
-  const Target target = openTarget(command);
-  requireRegistry(target.path);
-  const std::optional<Record> old = findRecord(command, target, query);
-  GenRegStatus rc = status::no_match;
-  if (old) rc = runOn(command, target, [&] { return target.store->remove(*old); });
-  if (rc == status::no_match) {
-    if (!command.arguments.missingOk) throw notFound(*command.noun, query.text(), target.path);
-    return report(command, Action::none, {}, {}, query.text());
+  Target target(command);
+  target.requireFile();
+  for (int round = 0; round < kMaxRounds; ++round) {
+    Done done;
+    const std::vector<Record> records = target.read(done);
+    const std::vector<const Record*> found = chosen(command, query, records);
+    if (found.empty() && !command.arguments.missingOk) {
+      throw notFound(*command.noun, query.text(), target.path());
+    }
+    if (found.empty()) return report(command, target, Action::none, done, query.text());
+    const Record& first = *found.front();
+    const GenRegStatus rc = target.run([&] { return target.store().remove(first); });
+    if (rc == status::no_match) continue;
+    if (rc != status::ok) fail(command, target, first.row.key, rc);
+    for (const Record* record : found)
+      done.note(*command.noun, record->row, {}, target.newRemark());
+    return report(command, target, Action::remove, done, first.row.key);
   }
-  if (rc != status::ok) fail(command, target, old->row.key, rc);
-  return report(command, Action::remove, old->row, {}, old->row.key);
+  changedMeanwhile(command, target, query);
 }
 
 }  // namespace cli

@@ -47,6 +47,47 @@ std::vector<int> wideColumns(const Noun& noun) {
   return columns;
 }
 
+const char* kindName(LineKind kind) {
+  switch (kind) {
+    case LineKind::entry:
+      return "entry";
+    case LineKind::comment:
+      return "comment";
+    case LineKind::blank:
+      return "blank";
+    case LineKind::unparsed:
+      break;
+  }
+  return "unparsed";
+}
+
+const std::vector<Field>& lineFields() {
+  static const std::vector<Field> fields = {
+      {"line", "LINE", Kind::number, 0, KeyPart::none},
+      {"kind", "KIND", Kind::text, 0, KeyPart::none},
+      {"text", "TEXT", Kind::text, 0, KeyPart::none},
+  };
+  return fields;
+}
+
+std::vector<Row> lineRows(Store& store) {
+  std::vector<FileLine> lines;
+  const GenRegStatus rc = store.readLines(&lines);
+  if (rc != genreg::status::ok) throw failureOf(rc, store.path(), store.path());
+  std::vector<Row> rows;
+  for (FileLine& line : lines) {
+    rows.push_back(
+        {"", {std::uint64_t{line.number}, std::string(kindName(line.kind)), line.text}, {}});
+  }
+  return rows;
+}
+
+std::vector<int> lineColumns(const Arguments& arguments) {
+  if (arguments.form == Form::name) throw usageFailure("-o name: lines have no names");
+  if (arguments.fields.empty()) return allColumns(lineFields());
+  return columnsOf(lineFields(), arguments.fields, "--fields");
+}
+
 std::vector<int> listColumns(const Noun& noun, const Arguments& arguments) {
   if (!arguments.fields.empty()) return columnsOf(noun.fields, arguments.fields, "--fields");
   if (arguments.form == Form::wide) return wideColumns(noun);
@@ -86,13 +127,18 @@ Answer singleValue(Answer answer, const Field& field, Value value) {
 Exit runList(Command& command) {
   refuseWords(command);
   const Noun& noun = *command.noun;
-  const std::vector<int> columns = listColumns(noun, command.arguments);
-  const RowTest wanted = parseFilter(noun.fields, command.arguments.where);
-  const RowOrder order = parseOrder(noun.fields, command.arguments.sort);
+  const Arguments& arguments = command.arguments;
+  const bool lines = arguments.allLines;
+  const std::vector<Field>& fields = lines ? lineFields() : noun.fields;
+  const std::vector<int> columns = lines ? lineColumns(arguments) : listColumns(noun, arguments);
+  const RowTest wanted = parseFilter(fields, arguments.where);
+  const RowOrder order = parseOrder(fields, arguments.sort);
   const std::unique_ptr<Store> store = openForReading(command);
-  Answer answer = answerFor(command, "vrxreg.list/1", Shape::list, *store);
+  Answer answer =
+      answerFor(command, lines ? "vrxreg.lines/1" : "vrxreg.list/1", Shape::list, *store);
+  answer.fields = fields;
   answer.columns = columns;
-  answer.rows = rowsOf(readRecords(*store, store->path()));
+  answer.rows = lines ? lineRows(*store) : rowsOf(readRecords(*store, store->path()));
   keepRows(wanted, &answer.rows);
   sortRows(order, &answer.rows);
   command.output = render(answer, command.arguments);

@@ -2,7 +2,8 @@
 # SPDX-License-Identifier: Apache-2.0
 # demo.sh BUILD FOLDER: the main job of the command line, on a private registry in FOLDER: registers two
 # installed copies and three instances, lists and looks them up, changes one, removes one, and shows what
-# that left in the change log and in the file. Everything stays in FOLDER where the machine allows a
+# that left in the change log and in the file; then changes one line each of a profile, of a copy of the
+# host's services file and of a sample init table. Everything stays in FOLDER where the machine allows a
 # private mount namespace; where it does not, the change log's lines go to its fixed path, and we say so.
 set -euo pipefail
 scripts=$(dirname "$(readlink -f "${BASH_SOURCE[0]}")")
@@ -24,7 +25,7 @@ show() {
 show_status() {
   local expected=$1 status=0
   shift
-  show "$@" || status=$?
+  show "$@" 2>&1 || status=$?
   echo "exit status $status"
   [[ $status -eq $expected ]]
 }
@@ -65,6 +66,28 @@ change() {
   show vrxreg instance list
 }
 
+# Text files to change: the host's services file where there is one.
+write_texts() {
+  printf '# diagnostics\n  DIAG = 3   # level\n\nTRACE=off\n' >profile
+  cp /etc/services services 2>/dev/null ||
+    printf '# services\nssh\t\t22/tcp\ndomain\t\t53/tcp\ndomain\t\t53/udp\n' >services
+  printf '# Default runlevel\nid:2:initdefault:\n' >inittab
+  printf 'vrx1:2345:respawn:/opt/vrx/bin/fmcd # fault monitor\n' >>inittab
+}
+
+change_texts() {
+  mkdir -p "$folder/texts"
+  cd "$folder/texts"
+  write_texts
+  heading "A profile: one variable, in place"
+  show vrxreg -f profile profile set DIAG value=4 --diff
+  heading "A copy of the services file: one service looked up, one added"
+  show vrxreg -f services ports list --where port=22
+  show vrxreg -f services ports set vrx_tp1/tcp port=60000 comment='instance tp1' --diff
+  heading "An init table: one entry changed"
+  show vrxreg -f inittab inittab set vrx1 action=off --diff
+}
+
 # show_evidence LINES: the change log's lines after the first LINES, and one frame of the file.
 show_evidence() {
   heading "The change log: one line an update ($change_log)"
@@ -89,6 +112,7 @@ tell() {
   look_up
   change
   show_evidence "$before"
+  (change_texts)
 }
 
 if [[ $1 == --inside ]]; then
@@ -104,6 +128,7 @@ if "$scripts/private_host.sh" --probe; then
   "$scripts/private_host.sh" "$folder/host" "$0" --inside "$build" "$folder"
   printf '\nEverything stands in %s; the change log is host%s there.\n' "$2" "$change_log"
 else
-  echo "This machine allows no private mount namespace: the change log's lines go to $change_log itself."
+  echo "This machine allows no private mount namespace: the change log's lines go to $change_log itself,"
+  echo "and a fault monitor that runs here is told of each update."
   "$0" --inside "$build" "$folder"
 fi

@@ -23,6 +23,9 @@ shows 'ACT=Add;.*REC=S,VRX,3\.1\.0\.7,/opt/vrx/v3\.1,'
 shows 'ACT=Change;.*REC=I,.*!I,'
 shows 'ACT=Delete;'
 shows '^[0-9a-f]{6}  74 70 31 00 +InstanceName = "tp1"$'
+shows '^\+  DIAG = 4 # level$'
+shows '^added vrx_tp1/tcp$'
+shows '^\+vrx1:2345:off:/opt/vrx/bin/fmcd # fault monitor$'
 [[ $(grep -c '^TS=' "$work.output") -eq 7 ]] || {
   echo "not one change-log line for each of 7 updates"
   exit 1

@@ -49,6 +49,57 @@ all_succeed() {
   done
 }
 
+@test "40 parallel sets of different ports are all kept" {
+  printf '# services\nftp 21/tcp\n' > services
+  pids=()
+  for i in {1..40}; do
+    "$VRXREG" -f services ports set n$i/tcp port=$((40000 + i)) > report.$i 3>&- &
+    pids+=($!)
+  done
+  all_succeed "${pids[@]}"
+  is "$(vrxreg -f services ports list -o value --fields name --where 'name=n*' | sort | uniq -c | wc -l)" 40
+  is "$(wc -l < services)" 42
+  is "$(cat report.* | grep -c '^added ')" 40
+  is "$(ls -A | grep -c -e '\.tmp$' -e '\.cor$' -e '\.bkp$')" 0
+}
+
+@test "parallel sets of one line's different fields lose no field" {
+  printf 'web 80/tcp\n' > services
+  printf 'x:1:off:y\n' > inittab
+  for round in {1..5}; do
+    vrxreg -q -f services ports set web port=80 --replace
+    vrxreg -q -f inittab inittab set x action=off --replace
+    pids=()
+    for edit in port=8080 aliases=a,b comment=c; do
+      "$VRXREG" -q -f services ports set web $edit 3>&- &
+      pids+=($!)
+    done
+    for edit in runlevels=5 action=wait command=/z comment=c; do
+      "$VRXREG" -q -f inittab inittab set x $edit 3>&- &
+      pids+=($!)
+    done
+    all_succeed "${pids[@]}"
+    is "$(cat services)" $'web\t\t8080/tcp\ta b\t\t# c'
+    is "$(cat inittab)" 'x:5:wait:/z #c'
+  done
+}
+
+@test "parallel sets that create the same variable make one line" {
+  for round in {1..5}; do
+    rm -f app.env vars.bin
+    pids=()
+    for i in {1..6}; do
+      "$VRXREG" -q -f app.env profile set A value=$i 3>&- &
+      pids+=($!)
+      "$VRXREG" -q -f vars.bin binvar set A value=$i 3>&- &
+      pids+=($!)
+    done
+    all_succeed "${pids[@]}"
+    is "$(vrxreg -f app.env profile count)" 1
+    is "$(vrxreg -f vars.bin binvar count)" 1
+  done
+}
+
 @test "one of many parallel adds of the same key wins" {
   for i in {1..8}; do
     { "$VRXREG" service add VRX/3.1 text1=$i > /dev/null 2>&1 && echo 0 > exit.$i || echo $? > exit.$i; } 3>&- &

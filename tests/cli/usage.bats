@@ -76,7 +76,7 @@ says() {
 }
 
 @test "words of later versions say so" {
-  says "ports: not in this version of vrxreg" ports list
+  says "ports rename: not in this version of vrxreg" ports rename a b
   says "instance rename: not in this version of vrxreg" instance rename a b
   says "export: not in this version of vrxreg" export
 }
