@@ -2,6 +2,8 @@
 // Change-log lines byte for byte, and a log that somebody forged.
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -10,13 +12,13 @@
 #include <cstdlib>
 #include <ctime>
 #include <string>
-#include <vector>
 
 #include "genreg/internal/function_ids.h"
 #include "globalreg/global_reg.h"
-#include "globalreg/internal/change_line.h"
+#include "globalreg/internal/line_buffer.h"
 #include "platform/osse/errors.h"
 #include "tests/support/captured_log.h"
+#include "tests/support/faults.h"
 #include "tests/support/global_records.h"
 #include "tests/support/private_mounts.h"
 #include "tests/support/temp_dir.h"
@@ -24,32 +26,12 @@
 namespace {
 
 using vrxtest::CapturedLog;
-using vrxtest::inChildProcess;
 using vrxtest::inPrivateMounts;
 using vrxtest::instanceRecord;
 using vrxtest::serviceRecord;
-using vrxtest::setText;
 using vrxtest::variableRecord;
 
 constexpr char kLog[] = "/tmp/globalreg.debug";
-
-std::string recordText(const GlobalRegRecord& record) {
-  globalreg::LineBuffer line;
-  globalreg::appendRecord(line, &record);
-  return std::string(line.data(), line.size());
-}
-
-std::string commandLine(std::vector<std::string> arguments) {
-  std::vector<char*> pointers;
-  for (std::string& argument : arguments)
-    pointers.push_back(argument.data());
-  GlobalReg registry;
-  registry.CallerArgCount = static_cast<int>(pointers.size());
-  registry.CallerArgs = pointers.data();
-  char text[globalreg::kCommandLineSize];
-  globalreg::formatCommandLine(registry, text);
-  return text;
-}
 
 // Inside private mounts: an environment in which every part of a line is known but the time.
 void fixEnvironment() {
@@ -81,94 +63,7 @@ std::string fileText() {
   return vrxtest::readFile(kLog);
 }
 
-TEST(ChangeLine, InstanceRecordWithEveryField) {
-  GlobalRegRecord record = instanceRecord("VRX", "inst1");
-  record.FieldMask = kInstanceKnown;
-  setText(record.Instance.InstancePath, "/home/inst1");
-  setText(record.Instance.Usage, "use");
-  record.Instance.StartAtBoot = 1;
-  setText(record.Instance.AuxPath, "/aux");
-  setText(record.Instance.AuxName, "auxname");
-  setText(record.Instance.Comment, "a, comment");
-  EXPECT_EQ(recordText(record), "I,VRX,3.1.0.7,inst1,/home/inst1,use,1,0,/aux,auxname,a, comment");
-}
-
-TEST(ChangeLine, AbsentFieldsLeaveTheirCommas) {
-  EXPECT_EQ(recordText(instanceRecord("VRX", "inst1")), "I,VRX,3.1.0.7,inst1,,,,,,,");
-  EXPECT_EQ(recordText(serviceRecord("VRX")), "S,VRX,3.1.0.7,,,,,,,,");
-  EXPECT_EQ(recordText(variableRecord("VRX", "A", "1")), "V,VRX,A,1,");
-}
-
-TEST(ChangeLine, ServiceRecordWithEveryField) {
-  GlobalRegRecord record = serviceRecord("VRX");
-  record.FieldMask = kServiceKnown;
-  setText(record.Services.Text1, "one");
-  setText(record.Services.Text2, "two");
-  setText(record.Services.Text3, "three");
-  record.Services.FixpackNumber = 7;
-  record.Services.Num2 = 0xFFFFFFFF;
-  record.Services.Flag = 'F';
-  record.Services.Num4 = 4;
-  EXPECT_EQ(recordText(record), "S,VRX,3.1.0.7,one,two,three,7,-1,F,0,4");
-}
-
-TEST(ChangeLine, VariableRecordWithComment) {
-  GlobalRegRecord record = variableRecord("VRX", "A", "1");
-  record.FieldMask |= kVariableComment;
-  setText(record.Variable.Comment, "why");
-  EXPECT_EQ(recordText(record), "V,VRX,A,1,why");
-}
-
-TEST(ChangeLine, RecordOfAnotherTypeWritesNothing) {
-  for (const std::uint32_t type : {0U, 3U, 9U}) {
-    GlobalRegRecord record{};
-    record.RecordType = type;
-    record.FieldMask = ~0ULL;
-    EXPECT_EQ(recordText(record), "");
-  }
-}
-
-TEST(ChangeLine, UnterminatedTextsStopAtTheirWidth) {
-  GlobalRegRecord record;
-  std::memset(&record, 'x', sizeof record);
-  record.RecordType = kGlobalRegVariable;
-  record.FieldMask = kVariableKnown;
-  EXPECT_EQ(recordText(record), "V," + std::string(64, 'x') + "," + std::string(256, 'x') + "," +
-                                    std::string(256, 'x') + "," + std::string(2000, 'x'));
-}
-
-TEST(ChangeLine, CommandLineOrNotAvailable) {
-  EXPECT_EQ(commandLine({}), "N/A");
-  EXPECT_EQ(commandLine({"vrxreg"}), "\"vrxreg\"");
-  EXPECT_EQ(commandLine({"vrxreg", "", "add"}), "\"vrxreg  add\"");
-  GlobalReg registry;
-  registry.CallerArgCount = 2;
-  char text[globalreg::kCommandLineSize];
-  globalreg::formatCommandLine(registry, text);
-  EXPECT_STREQ(text, "N/A");
-}
-
-TEST(ChangeLine, FirstArgumentThatDoesNotFitEndsTheCommandLine) {
-  // 1 quote is there already: an argument of 1019 bytes fits, one of 1020 does not.
-  EXPECT_EQ(commandLine({std::string(1019, 'a')}), "\"" + std::string(1019, 'a') + "\"");
-  EXPECT_EQ(commandLine({std::string(1020, 'a'), "b"}), "\"\"");
-  EXPECT_EQ(commandLine({"v", std::string(1018, 'a')}), "\"v " + std::string(1018, 'a') + "\"");
-  EXPECT_EQ(commandLine({"v", std::string(1019, 'a'), "b"}), "\"v\"");
-  // An empty one takes a blank, for which there is room once.
-  EXPECT_EQ(commandLine({std::string(1019, 'a'), "", ""}), "\"" + std::string(1019, 'a') + " \"");
-}
-
-TEST(ChangeLine, LineBufferCutsWhatDoesNotFitAndKeepsTheNewline) {
-  globalreg::LineBuffer line;
-  const std::string much(5000, 'x');
-  line.append(much.c_str());
-  line.append(much.c_str());
-  line.endLine();
-  EXPECT_EQ(line.size(), globalreg::LineBuffer::kCapacity);
-  EXPECT_EQ(line.data()[line.size() - 1], '\n');
-}
-
-TEST(ChangeLine, WidestLineFits) {
+TEST(ChangeLog, WidestLineFits) {
   inPrivateMounts([] {
     fixEnvironment();
     setenv("VRX_GLOBAL_REG_PATHNAME", std::string(1023, 'p').c_str(), 1);
@@ -404,6 +299,67 @@ TEST(ChangeLog, FolderInTheLogsPlaceIsOnlyLogged) {
     logOne();
     EXPECT_EQ(log.count(genreg::kGlobalRegLog, ossErrorMapSystem(EISDIR)), 1);
     EXPECT_EQ(vrxtest::modeOf(kLog), 0700);
+  });
+}
+
+TEST(ChangeLog, CloseAndLookThatFailAreOnlyLogged) {
+  inPrivateMounts([] {
+    fixEnvironment();
+    GlobalReg registry;
+    GlobalRegRecord record = variableRecord("VRX", "A", "1");
+    const int before = vrxtest::openDescriptorCount();
+    for (const vrxtest::Call call : {vrxtest::Call::kFstat, vrxtest::Call::kClose}) {
+      // The level file is closed and looked at before the log is.
+      vrxtest::CallCount logged(call);
+      ASSERT_EQ(GlobalReg::Log(&registry, kGenRegAdd, &record, nullptr), 0);
+      const int last = logged.calls();
+      const CapturedLog log;
+      const vrxtest::FailCall fault(call, last, EIO);
+      EXPECT_EQ(GlobalReg::Log(&registry, kGenRegAdd, &record, nullptr), 0);
+      EXPECT_TRUE(fault.fired());
+      EXPECT_EQ(log.count(genreg::kGlobalRegLog), 1);
+    }
+    EXPECT_EQ(vrxtest::openDescriptorCount(), before);
+  });
+}
+
+TEST(ChangeLog, LineThatCannotBeWrittenIsOnlyLogged) {
+  inPrivateMounts([] {
+    fixEnvironment();
+    logOne();
+    const rlim_t size = static_cast<rlim_t>(fileText().size());
+    ASSERT_NE(signal(SIGXFSZ, SIG_IGN), SIG_ERR);
+    rlimit before{};
+    ASSERT_EQ(getrlimit(RLIMIT_FSIZE, &before), 0);
+    for (const rlim_t room : {rlim_t{0}, rlim_t{10}}) {
+      const rlimit limit = {size + room, before.rlim_max};
+      ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &limit), 0);
+      const CapturedLog log;
+      logOne();
+      ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &before), 0);  // what is printed here may go to a file
+      EXPECT_EQ(log.count(genreg::kGlobalRegLog, ossErrorMapSystem(room == 0 ? EFBIG : ENOSPC)), 1);
+      EXPECT_EQ(log.count(genreg::kGlobalRegLog), 1);
+    }
+  });
+}
+
+TEST(ChangeLog, UnknownInstanceOwnerLeavesThePathEmpty) {
+  inPrivateMounts([] {
+    fixEnvironment();
+    unsetenv("VRX_GLOBAL_REG_PATHNAME");
+    setenv("VRXINSTANCE", "no such user", 1);
+    logOne();
+    EXPECT_NE(fileText().find(";PATH=;ACT=Add;"), std::string::npos);
+  });
+}
+
+TEST(ChangeLog, PathIsTheHostWideOneWithoutVariables) {
+  inPrivateMounts([] {
+    fixEnvironment();
+    unsetenv("VRX_GLOBAL_REG_PATHNAME");
+    unsetenv("VRXINSTANCE");
+    logOne();
+    EXPECT_NE(fileText().find(";PATH=/var/vrx/global.reg;ACT=Add;"), std::string::npos);
   });
 }
 

@@ -8,6 +8,7 @@
 #include "genreg/internal/operation.h"
 #include "oss/version_code.h"
 #include "platform/install/level_info.h"
+#include "platform/osse/memory.h"
 
 namespace {
 
@@ -31,21 +32,23 @@ class RecordList {
   ~RecordList() {
     while (first_ != nullptr) {
       Node* const next = first_->next;
-      delete first_;
+      (void)ossMemFree(first_, __FILE__, __LINE__);  // a damaged block is logged there
       first_ = next;
     }
   }
   RecordList(const RecordList&) = delete;
   RecordList& operator=(const RecordList&) = delete;
 
-  // False without memory.
-  bool append(const GlobalRegRecord& record) {
-    Node* const node = new (std::nothrow) Node{record, nullptr};
-    if (node == nullptr) return false;
+  // The code of the allocation that failed.
+  GenRegStatus append(const GlobalRegRecord& record) {
+    void* block = nullptr;
+    const GenRegStatus rc = ossMemAlloc(&block, sizeof(Node), __FILE__, __LINE__);
+    if (rc != status::ok) return rc;
+    Node* const node = new (block) Node{record, nullptr};
     *end_ = node;
     end_ = &node->next;
     ++count_;
-    return true;
+    return status::ok;
   }
   Node* first() { return first_; }
   unsigned int count() const { return count_; }
@@ -91,9 +94,11 @@ void collect(Operation& op, GlobalReg& registry, GlobalRegRecord& key, unsigned 
       op.fail(20, rc);
       return;
     }
-    if (!isBehind(found, fixpackNumber) || records.append(found)) continue;
-    op.fail(21, status::no_memory);
-    return;
+    if (!isBehind(found, fixpackNumber)) continue;
+    if (const GenRegStatus appended = records.append(found); appended != status::ok) {
+      op.fail(21, status::no_memory, appended);
+      return;
+    }
   }
 }
 

@@ -6,8 +6,7 @@
 // (features 0x1, 0x4, 0x20, 0x40). Constructing one finds the file:
 //
 //   1. the environment variable VRX_GLOBAL_REG_PATHNAME, even when it is empty (ignored in a
-//   process
-//      that runs set-user-id or set-group-id);
+//      process that runs set-user-id or set-group-id);
 //   2. else, unless host-wide only is asked for, VRXINSTANCE names an instance owner whose
 //      ~/sqllib/adm/vrxperm is set-user-id root: ~/sqllib/global.reg;
 //   3. else /var/vrx/global.reg.

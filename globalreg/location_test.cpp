@@ -112,6 +112,19 @@ TEST(Location, ToolWithoutTheBitLeadsToTheHostWideRegistry) {
   });
 }
 
+TEST(Location, ToolOfAnotherOwnerLeadsToTheHostWideRegistry) {
+  if (getuid() != 0) GTEST_SKIP() << "takes a process of root's";
+  inPrivateMounts([] {
+    if (!makeInstance(04755)) return;
+    const char* tool = "/tmp/home/sqllib/adm/vrxperm";
+    ASSERT_EQ(chown(tool, 7001, 7001), 0);
+    ASSERT_EQ(chmod(tool, 04755), 0);  // the change of owner has taken the bit away
+    setVariables(nullptr, "inst1");
+    EXPECT_EQ(pathname(), kHostPath);
+    EXPECT_EQ(pathOf(false), kHostPath);
+  });
+}
+
 TEST(Location, UnknownInstanceOwnerIsAFailureOfTheFunctionAndAnEmptyPathOfTheObject) {
   inChildProcess([] {
     setVariables(nullptr, "no such user");

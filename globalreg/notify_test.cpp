@@ -17,6 +17,7 @@
 #include "globalreg/global_reg.h"
 #include "platform/osse/errors.h"
 #include "tests/support/captured_log.h"
+#include "tests/support/faults.h"
 #include "tests/support/global_records.h"
 #include "tests/support/private_mounts.h"
 #include "tests/support/temp_dir.h"
@@ -126,14 +127,80 @@ TEST(Notify, MonitorReceivesTheHangUpOfBothFunctions) {
   });
 }
 
-TEST(Notify, UpdatesOfTheRegistrySignalTheMonitor) {
+// The monitor hears of the update before the update returns.
+template <class Update>
+void expectHangUpFrom(const Update& update) {
+  const Monitor monitor(1);
+  EXPECT_EQ(update(), 0);
+  EXPECT_EQ(monitor.received(), 1);
+}
+
+TEST(Notify, EveryUpdateOfTheRegistrySignalsTheMonitor) {
   inPrivateMounts([] {
     setenv("VRX_GLOBAL_REG_PATHNAME", "/tmp/reg", 1);
-    const Monitor monitor(1);
     GlobalReg registry;
-    GlobalRegRecord record = vrxtest::serviceRecord("VRX");
-    EXPECT_EQ(registry.Add(kServiceKey, &record), 0);
-    EXPECT_EQ(monitor.received(), 1);
+    GlobalRegRecord record = vrxtest::variableRecord("VRX", "A", "1");
+    GlobalRegRecord changed = vrxtest::variableRecord("VRX", "A", "2");
+    expectHangUpFrom([&] { return registry.Add(kVariableKey, &record); });
+    expectHangUpFrom([&] { return registry.Change(kVariableKey, &record, &changed); });
+    expectHangUpFrom([&] { return registry.Delete(kVariableKey, &record); });
+  });
+}
+
+TEST(Notify, LockThatCannotBeAskedForIsReported) {
+  inPrivateMounts([] {
+    vrxtest::writeFile(kLock, "");
+    const CapturedLog log;
+    {
+      const vrxtest::FailCall fault(vrxtest::Call::kLockFcntl, 1, EOVERFLOW);
+      EXPECT_EQ(genreg::statusOf(GlobalReg::Notify()), 0x900003F3U);
+      EXPECT_TRUE(fault.fired());
+    }
+    EXPECT_EQ(log.count(genreg::kGlobalRegNotify), 1);
+    EXPECT_EQ(log.count(genreg::kGlobalRegNotify, 0x900003F3), 1);
+    {
+      const vrxtest::FailCall fault(vrxtest::Call::kLockFcntl, 1, EOVERFLOW);
+      EXPECT_EQ(fmcNotify(), ossErrorMapSystem(EOVERFLOW));
+      EXPECT_TRUE(fault.fired());
+    }
+    EXPECT_EQ(log.count(genreg::kFmcNotify, ossErrorMapSystem(EOVERFLOW)), 1);
+    EXPECT_EQ(descriptorsOf(kLock).size(), 1U) << "the descriptor stays";
+  });
+}
+
+TEST(Notify, LockFileThatCannotBeOpenedIsReported) {
+  inPrivateMounts([] {
+    vrxtest::writeFile(kLock, "");
+    {
+      const vrxtest::FailCall fault(vrxtest::Call::kOpen, 1, EACCES);
+      EXPECT_EQ(genreg::statusOf(GlobalReg::Notify()), 0x900003F3U);
+    }
+    const vrxtest::FailCall fault(vrxtest::Call::kOpen, 1, EACCES);
+    EXPECT_EQ(fmcNotify(), ossErrorMapSystem(EACCES));
+    EXPECT_TRUE(fault.fired());
+  });
+}
+
+TEST(Notify, LockFileThatVanishesMeanwhileCountsAsNoMonitor) {
+  inPrivateMounts([] {
+    vrxtest::writeFile(kLock, "");
+    const vrxtest::BeforeCall vanish(vrxtest::Call::kOpen, 1, [] { (void)unlink(kLock); });
+    EXPECT_EQ(GlobalReg::Notify(), 0);
+    EXPECT_TRUE(vanish.fired());
+    EXPECT_FALSE(vrxtest::pathExists(kLock));
+  });
+}
+
+TEST(Notify, FailedNotificationFailsNoUpdate) {
+  inPrivateMounts([] {
+    setenv("VRX_GLOBAL_REG_PATHNAME", "/tmp/reg", 1);
+    vrxtest::writeFile("/var/vrx/elsewhere", "");
+    ASSERT_EQ(symlink("elsewhere", kLock), 0);
+    GlobalReg registry;
+    GlobalRegRecord record = vrxtest::variableRecord("VRX", "A", "1");
+    const CapturedLog log;
+    EXPECT_EQ(registry.Add(kVariableKey, &record), 0);
+    EXPECT_EQ(log.count(genreg::kGlobalRegNotify, 0x900003F3), 1);
   });
 }
 

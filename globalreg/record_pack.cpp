@@ -47,13 +47,14 @@ class EntryReader {
   const unsigned char* at_;
 };
 
-// Writes an image into a buffer; what does not fit is left out and shows in the count.
+// Writes an image into a buffer. From the first piece that does not fit nothing more is written.
 class ImageWriter {
  public:
   ImageWriter(unsigned char* buffer, std::size_t size) : at_(buffer), left_(size) {}
 
   void put(const void* bytes, std::size_t count) {
-    if (count > left_) return;
+    overrun_ = overrun_ || count > left_;
+    if (overrun_) return;
     std::memcpy(at_, bytes, count);
     at_ += count;
     left_ -= count;
@@ -64,11 +65,13 @@ class ImageWriter {
     put(bytes, count);
   }
   void putNul() { put("", 1); }
-  std::size_t left() const { return left_; }
+  // Whether everything fitted and the buffer is full.
+  bool filled() const { return !overrun_ && left_ == 0; }
 
  private:
   unsigned char* at_;
   std::size_t left_;
+  bool overrun_ = false;
 };
 
 // What goes into an image: the record's own known fields, and unknown entries of a previous image.
@@ -171,7 +174,7 @@ GenRegStatus packThrough(unsigned char* work, std::size_t size, const Plan& plan
                          unsigned char* record) {
   ImageWriter out(work, size);
   putImage(out, plan);
-  if (out.left() != 0) return status::packed_length_differs;
+  if (!out.filled()) return status::packed_length_differs;
   std::memcpy(record, work, size);
   return status::ok;
 }

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <random>
 #include <string>
 #include <vector>
@@ -12,6 +13,7 @@
 #include "globalreg/internal/fields.h"
 #include "platform/osse/memory.h"
 #include "tests/support/captured_log.h"
+#include "tests/support/faults.h"
 #include "tests/support/global_records.h"
 #include "tests/support/memory_drought.h"
 #include "tests/support/private_mounts.h"
@@ -233,6 +235,69 @@ TEST(Pack, WithoutMemoryForALargeImageTheBufferStays) {
     EXPECT_EQ(genreg::statusOf(rc), 0x9000024FU);
     EXPECT_EQ(buffer, before);
   });
+}
+
+// A variable record in a buffer with room for an image that is built outside the stack, and an
+// image of an earlier version whose unknown entry makes it so large.
+class LargePack : public testing::Test {
+ protected:
+  LargePack() : buffer_(70000, '\0') {
+    const GlobalRegRecord record = variableRecord("VRX", "A", "1");
+    std::memcpy(buffer_.data(), &record, sizeof record);
+  }
+  GenRegStatus pack() {
+    void* at = buffer_.data();
+    return genreg::statusOf(GlobalReg::PackRecord(&at, stored_.data()));
+  }
+  void setValue(const std::string& value) {
+    std::memcpy(buffer_.data() + offsetof(GlobalRegRecord, Variable.Value), value.c_str(),
+                value.size() + 1);
+  }
+
+  std::string stored_ = imageOf(4, 1ULL << 12, {entryOf(std::string(60000, 'L'))});
+  std::string buffer_;
+};
+
+TEST_F(LargePack, WithoutAWorkBlockLeavesTheBuffer) {
+  const std::string before = buffer_;
+  const CapturedLog log;
+  const vrxtest::FailCall fault(vrxtest::Call::kMemAlloc, 1, ENOMEM);
+  EXPECT_EQ(pack(), 0x9000024FU);
+  EXPECT_TRUE(fault.fired());
+  EXPECT_TRUE(buffer_ == before);
+  EXPECT_EQ(log.count(genreg::kGlobalRegPackRecord, 0x9000024F), 1);
+}
+
+TEST_F(LargePack, WorkBlockThatIsNotReleasedIsReportedBehindAWholeImage) {
+  const CapturedLog log;
+  const vrxtest::FailCall fault(vrxtest::Call::kMemFree, 1, EINVAL);
+  EXPECT_EQ(pack(), 0x90000250U);
+  EXPECT_TRUE(fault.fired());
+  const std::string expected =
+      imageOf(4, 0x1007, {text("VRX"), text("A"), text("1"), entryOf(std::string(60000, 'L'))});
+  EXPECT_TRUE(buffer_.substr(0, expected.size()) == expected);
+  EXPECT_EQ(log.count(genreg::kGlobalRegPackRecord, 0x90000250), 1);
+}
+
+// The record grows or shrinks between the measuring and the writing. When it grows by four bytes,
+// the image without its four bytes of checksum has just the size that was measured.
+TEST_F(LargePack, RecordThatChangesMeanwhileIsReportedAndTheBufferKept) {
+  for (const std::string& value :
+       {std::string(), std::string("22"), std::string("55555"), std::string(251, 'v')}) {
+    setValue("1");
+    std::string changed;
+    const unsigned long blocks = ossMemLiveBlocks();
+    const CapturedLog log;
+    const vrxtest::BeforeCall change(vrxtest::Call::kMemAlloc, 1, [&] {
+      setValue(value);
+      changed = buffer_;
+    });
+    EXPECT_EQ(pack(), 0x90000251U) << value;
+    EXPECT_TRUE(change.fired());
+    EXPECT_TRUE(buffer_ == changed) << value;
+    EXPECT_EQ(log.count(genreg::kGlobalRegPackRecord, 0x90000251), 1);
+    EXPECT_EQ(ossMemLiveBlocks(), blocks);
+  }
 }
 
 TEST(Unpack, AbsentKnownFieldsAreMissing) {

@@ -5,6 +5,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstdlib>
 #include <functional>
 #include <string>
@@ -15,6 +16,7 @@
 #include "oss/directory.h"
 #include "platform/osse/memory.h"
 #include "tests/support/captured_log.h"
+#include "tests/support/faults.h"
 #include "tests/support/global_records.h"
 #include "tests/support/memory_drought.h"
 #include "tests/support/private_mounts.h"
@@ -330,6 +332,77 @@ TEST(InstanceList, GivesTheServicesInstancesOneByOneAndThenItsEnd) {
     EXPECT_EQ(std::memcmp(&next, &last, sizeof next), 0);
     EXPECT_EQ(ossCloseInstanceList(list), 0U);
     EXPECT_EQ(ossMemLiveBlocks(), blocks);
+  });
+}
+
+TEST(InstanceList, FilterIsTheCallersStringAndNoCopy) {
+  withRegistry([] {
+    ASSERT_EQ(set(info("VRX", "inst1")), 0U);
+    ASSERT_EQ(set(info("KRN", "inst2")), 0U);
+    char filter[] = "VRX";
+    void* list = nullptr;
+    ASSERT_EQ(ossOpenInstanceList(filter, &list), 0U);
+    EXPECT_EQ(static_cast<GlobalReg*>(list)->ListService, filter);
+    OSSInstanceInfo_t next{};
+    ASSERT_EQ(ossGetNextInstance(list, &next), 0U);
+    EXPECT_STREQ(next.instanceName, "inst1");
+    setText(filter, "KRN");
+    ASSERT_EQ(ossGetNextInstance(list, &next), 0U);
+    EXPECT_STREQ(next.instanceName, "inst2");
+    EXPECT_EQ(ossCloseInstanceList(list), 0U);
+  });
+}
+
+TEST(InstanceList, FlagsGatherOverTheList) {
+  withRegistry([] {
+    OSSInstanceInfo_t booting = info("VRX", "inst1");
+    booting.flags = kInstanceFlagStartAtBoot;
+    ASSERT_EQ(set(booting), 0U);
+    OSSInstanceInfo_t serviced = info("VRX", "inst2");
+    serviced.flags = kInstanceFlagMaintenance;
+    ASSERT_EQ(set(serviced), 0U);
+    void* list = nullptr;
+    ASSERT_EQ(ossOpenInstanceList(kService, &list), 0U);
+    OSSInstanceInfo_t next{};
+    ASSERT_EQ(ossGetNextInstance(list, &next), 0U);
+    EXPECT_EQ(vrxtest::valueOf(next.flags), kInstanceFlagStartAtBoot);
+    ASSERT_EQ(ossGetNextInstance(list, &next), 0U);
+    EXPECT_EQ(vrxtest::valueOf(next.flags), kInstanceFlagStartAtBoot | kInstanceFlagMaintenance);
+    EXPECT_EQ(ossCloseInstanceList(list), 0U);
+  });
+}
+
+TEST(InstanceList, EmptyFilterIsRefusedWhenReading) {
+  withRegistry([] {
+    ASSERT_EQ(set(info("VRX", "inst1")), 0U);
+    void* list = nullptr;
+    ASSERT_EQ(ossOpenInstanceList(kEmpty, &list), 0U);
+    OSSInstanceInfo_t next{};
+    EXPECT_EQ(ossGetNextInstance(list, &next), 0x90000266U);  // an empty service is no service
+    EXPECT_EQ(ossCloseInstanceList(list), 0U);
+  });
+}
+
+TEST(InstanceList, WithoutABlockIsRefusedAndOneThatIsNotReleasedIsOnlyLogged) {
+  withRegistry([] {
+    void* list = nullptr;
+    const CapturedLog log;
+    {
+      const vrxtest::FailCall fault(vrxtest::Call::kMemAlloc, 1, ENOMEM);
+      EXPECT_EQ(ossOpenInstanceList(kService, &list), 0x9000027FU);
+      EXPECT_EQ(list, nullptr);
+    }
+    EXPECT_EQ(log.count(genreg::kOssOpenInstanceList, 0x9000027F), 1);
+    const vrxtest::CallCount releases(vrxtest::Call::kMemFree);
+    ASSERT_EQ(ossOpenInstanceList(kService, &list), 0U);
+    const int ofOpening = releases.calls();
+    ASSERT_EQ(ossCloseInstanceList(list), 0U);
+    const int last = releases.calls() - ofOpening;  // the list itself
+    ASSERT_EQ(ossOpenInstanceList(kService, &list), 0U);
+    const vrxtest::FailCall fault(vrxtest::Call::kMemFree, last, EINVAL);
+    EXPECT_EQ(ossCloseInstanceList(list), 0U);
+    EXPECT_TRUE(fault.fired());
+    EXPECT_EQ(log.count(genreg::kOssCloseInstanceList), 1);
   });
 }
 

@@ -59,20 +59,25 @@ GlobalRegRecord toRecord(const OSSServiceInfo_t& info) {
   return record;
 }
 
+// A number that the record has; of one that is absent the entry before it may have left bytes.
+std::uint32_t takeNumber(const GlobalRegRecord& record, unsigned long long bit,
+                         std::uint32_t value) {
+  return (record.FieldMask & bit) != 0 ? value : 0;
+}
+
 void toInfo(const GlobalRegRecord& record, OSSServiceInfo_t* out) {
   const GlobalRegServiceBody& body = record.Services;
   const bool hasFlag = (record.FieldMask & kServiceFlag) != 0;
-  const bool hasNum4 = (record.FieldMask & kServiceNum4) != 0;
   out->versionCode = body.VersionCode;
   copyArray(out->service, body.Service);
   copyArray(out->text1, body.Text1);
   copyArray(out->text2, body.Text2);
   copyArray(out->text3, body.Text3);
-  out->fixpackNumber = body.FixpackNumber;
-  out->num2 = body.Num2;
+  out->fixpackNumber = takeNumber(record, kServiceFixpackNumber, body.FixpackNumber);
+  out->num2 = takeNumber(record, kServiceNum2, body.Num2);
   out->flag = hasFlag ? static_cast<char>(static_cast<unsigned char>(body.Flag & 0xFFU)) : kNoFlag;
-  out->num3 = body.Num3;
-  out->num4 = hasNum4 ? body.Num4 : 0;
+  out->num3 = takeNumber(record, kServiceNum3, body.Num3);
+  out->num4 = takeNumber(record, kServiceNum4, body.Num4);
 }
 
 }  // namespace

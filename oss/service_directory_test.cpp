@@ -100,6 +100,81 @@ TEST(ServiceDirectory, ZeroNumbersAreAbsentAndReadBackAsZeroAndBlank) {
   });
 }
 
+// Writes a registry of one service record with this image.
+void writeImage(const std::string& image) {
+  vrxtest::writeFile(kRegistry, vrxtest::bytesOf(static_cast<std::uint32_t>(image.size())) + image);
+}
+
+TEST(ServiceDirectory, AbsentNumbersAreZeroWhateverALongEntryHasLeftThere) {
+  withRegistry([] {
+    // An entry of text3 that runs on over everything behind it.
+    writeImage(vrxtest::imageOf(2, 0x10, {vrxtest::entryOf(std::string(300, 'x'))}));
+    OSSServiceInfo_t read{};
+    ASSERT_EQ(ossGetServiceInfo(nullptr, 0, nullptr, &read), 0U);
+    EXPECT_EQ(std::string(read.text3), std::string(255, 'x'));
+    EXPECT_EQ(vrxtest::valueOf(read.fixpackNumber), 0U);
+    EXPECT_EQ(vrxtest::valueOf(read.num2), 0U);
+    EXPECT_EQ(read.flag, ' ');
+    EXPECT_EQ(vrxtest::valueOf(read.num3), 0U);
+    EXPECT_EQ(vrxtest::valueOf(read.num4), 0U);
+  });
+}
+
+TEST(ServiceDirectory, FlagOfZeroThatIsPresentIsNoBlank) {
+  withRegistry([] {
+    writeImage(vrxtest::imageOf(2, 0x80, {vrxtest::entryOf(std::string(1, '\0'))}));
+    OSSServiceInfo_t read{};
+    read.flag = 'x';
+    ASSERT_EQ(ossGetServiceInfo(nullptr, 0, nullptr, &read), 0U);
+    EXPECT_EQ(read.flag, '\0');
+  });
+}
+
+TEST(ServiceDirectory, EmptyTextsGivenToGetAreKeysThatNothingMayHave) {
+  withRegistry([] {
+    ASSERT_EQ(set(info("VRX")), 0U);
+    OSSServiceInfo_t read{};
+    const CapturedLog log;
+    EXPECT_EQ(ossGetServiceInfo(kEmpty, 0, nullptr, &read), 0x90000267U);
+    EXPECT_EQ(ossGetServiceInfo(nullptr, 0, kEmpty, &read), 0x90000267U);
+    EXPECT_EQ(log.count(genreg::kOssGetServiceInfo, 0x90000267), 2);
+  });
+}
+
+TEST(ServiceDirectory, EachNumberThatIsNotZeroIsAFieldOfItsOwn) {
+  withRegistry([] {
+    const struct {
+      unsigned int OSSServiceInfo_t::*member;
+      std::uint64_t bit;
+    } numbers[] = {{&OSSServiceInfo_t::fixpackNumber, kServiceFixpackNumber},
+                   {&OSSServiceInfo_t::num2, kServiceNum2},
+                   {&OSSServiceInfo_t::num3, kServiceNum3},
+                   {&OSSServiceInfo_t::num4, kServiceNum4}};
+    for (const auto& number : numbers) {
+      OSSServiceInfo_t value = info("VRX");
+      value.*number.member = 5;
+      ASSERT_EQ(set(value), 0U);
+      EXPECT_EQ(vrxtest::valueOf(storedRecord("VRX").FieldMask), kServiceKey | number.bit);
+      const OSSServiceInfo_t read = get(kService);
+      EXPECT_EQ(vrxtest::valueOf(read.*number.member), 5U);
+    }
+  });
+}
+
+TEST(ServiceDirectory, EachPartOfTheKeyMakesAnotherService) {
+  withRegistry([] {
+    ASSERT_EQ(set(info("VRX", "/one")), 0U);
+    OSSServiceInfo_t newer = info("VRX", "/two");
+    newer.versionCode = kVersion3107 + 1;
+    ASSERT_EQ(set(newer), 0U);
+    ASSERT_EQ(set(info("KRN", "/three")), 0U);
+    EXPECT_STREQ(get(kService).text1, "/one");
+    OSSServiceInfo_t read{};
+    ASSERT_EQ(ossGetServiceInfo(kService, kVersion3107 + 1, nullptr, &read), 0U);
+    EXPECT_STREQ(read.text1, "/two");
+  });
+}
+
 TEST(ServiceDirectory, FlagIsAnUnsignedByte) {
   withRegistry([] {
     OSSServiceInfo_t value = info("VRX");
