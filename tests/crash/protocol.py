@@ -7,9 +7,6 @@ trace of system calls is held against the steps. Not here: running anything (run
 """
 import os
 
-import registry_model as model
-
-KEY = 0x7  # Service, VersionCode, InstanceName
 STALE_TEMPORARY = b"a copy that was cut short"
 STALE_CORRUPT = b"an older copy, set aside"
 STALE_BACKUP = b"a backup from long ago"
@@ -17,79 +14,21 @@ ABSENT, NO_FOLDER, LINKED = "absent", "no folder", "linked"
 UNFINISHED = object()  # a temporary copy that may hold any part of the new contents
 
 
-def instance(number, **more):
-    values = dict(Service="CopyOne", VersionCode=0x0003000100000007, InstanceName=f"inst{number}")
-    return model.make("instance", **values, **more)
-
-
-def standing_records(count):
-    """Records of all types and lengths, one with fields of a later revision."""
-    records = []
-    for number in range(count):
-        if number % 5 == 3:
-            records.append(model.make("service", Service="CopyOne", VersionCode=7, Flag=65, Num4=number))
-        elif number % 5 == 4:
-            records.append(model.make("variable", Service="", Variable=f"V{number}", Value="x" * 200))
-        else:
-            path = "/home/" + "d" * (number * 37 % 400)
-            records.append(instance(number, InstancePath=path, StartAtBoot=number % 2))
-        if number % 5 == 2:
-            records[-1].entries[12] = b"of a later revision"
-    return records
-
-
-class Update:
-    """One update, for the driver and for the model."""
-
-    def __init__(self, verb, key=None, new=None):
-        self.verb, self.key, self.new = verb, key, new
-
-    def words(self):
-        out = [self.verb, hex(KEY)]
-        if self.key:
-            out += model.words(self.key)
-        if self.verb == "change":
-            out.append("--")
-        return out + (model.words(self.new) if self.new else [])
-
-    def apply(self, records):
-        """The records afterwards; the update is one that succeeds."""
-        if self.verb == "add":
-            status, after = model.add(records, KEY, self.new)
-        elif self.verb == "change":
-            status, after = model.change(records, KEY, self.key, self.new)
-        else:
-            status, after = model.delete(records, KEY, self.key)
-        assert status == model.OK, hex(status)
-        return after
-
-
-def update_of(verb, count):
-    """An update of a registry with `count` records, which changes or deletes one in the middle."""
-    number = count // 2 // 5 * 5 + min(2, count // 2)
-    target = instance(number)
-    if verb == "add":
-        return Update(verb, new=instance("new", InstancePath="/home/new", Comment="c" * 255))
-    if verb == "change":
-        return Update(verb, key=target, new=instance(number, Usage="test", Comment="changed"))
-    return Update(verb, key=target)
-
-
-NEXT_UPDATE = Update("add", new=instance("next", AuxPath="/home/next"))
-
-
 class Scene:
     """An operation on a registry in some state: where it stands, what stands beside it."""
 
-    def __init__(self, verb, records, leftovers=(), place=None):
-        self.verb, self.leftovers, self.place = verb, frozenset(leftovers), place
+    def __init__(self, subject, verb, records, leftovers=(), place=None):
+        self.subject, self.leftovers, self.place = subject, frozenset(leftovers), place
+        self.verb = verb
         self.exists = records != ABSENT
-        self.before = standing_records(records) if self.exists else []
-        self.update = update_of(verb, len(self.before))
-        self.old = model.frames(self.before)
+        count = records if self.exists else 0
+        self.before = subject.standing(count)
+        self.update, self.next_update = subject.update(verb, count), subject.next_update()
+        self.old = subject.contents(self.before)
         self.after = self.update.apply(self.before)
-        self.new = model.frames(self.after)
-        self.name = f"{verb}, {records} records, leftovers {'+'.join(sorted(leftovers)) or 'none'}"
+        self.new = subject.contents(self.after)
+        self.name = f"{subject.name}, {verb}, {records} records"
+        self.name += f", leftovers {'+'.join(sorted(leftovers)) or 'none'}"
         self.name += f", {place}" if place else ""
         self.has_lock = bool(leftovers)
 

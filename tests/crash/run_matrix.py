@@ -1,6 +1,6 @@
 #!/usr/bin/env python3
 # SPDX-License-Identifier: Apache-2.0
-"""Kills updates of the global registry, and lets their system calls fail, at every point; then looks.
+"""Kills updates of registries of each format, and lets their system calls fail, at every point; then looks.
 
 After a death at any system call the registry holds exactly the old or the new contents, what stands
 beside it is what the update protocol says, nobody holds a lock, a reader reads and the next update
@@ -29,6 +29,7 @@ import faults
 import protocol
 import registry_driver as driving
 import registry_model as model
+import subjects
 
 TOP = pathlib.Path("/tmp/case")
 TRACE = pathlib.Path("/tmp/trace")
@@ -36,36 +37,34 @@ MODE = 0o640
 ATTRIBUTE = "user.origin"
 NOT_OPENED, NO_LOCK, NOT_UNLOCKED = 0x900001BF, 0x900001BC, 0x900001BD
 SHOWN_FINDINGS = 25
-MORE = ("++", *protocol.NEXT_UPDATE.words())  # a second update by the same object
 ALL_LEFTOVERS = ("tmp", "cor", "bkp")
 KILL, FAIL, LASTING, RETRY = "killed", "failing once", "failing from then on", "retried by the object"
 
 
-def short_work():
+def short_work(subject):
     """(scene, kinds of trial) pairs: over a thousand deaths in less than a minute."""
+    if subject.name != "global":
+        return [(protocol.Scene(subject, verb, 5), (KILL, FAIL)) for verb in subjects.VERBS]
     work = []
-    for verb in ("add", "change", "delete"):
+    for verb in subjects.VERBS:
         kinds = (KILL, FAIL, RETRY) if verb == "change" else (KILL, FAIL)
-        work.append((protocol.Scene(verb, 5), kinds))
-        work.append((protocol.Scene(verb, 5, ALL_LEFTOVERS), (KILL,)))
-    work.append((protocol.Scene("add", protocol.ABSENT, place=protocol.NO_FOLDER), (KILL, FAIL)))
-    return work
+        work.append((protocol.Scene(subject, verb, 5), kinds))
+        work.append((protocol.Scene(subject, verb, 5, ALL_LEFTOVERS), (KILL,)))
+    folder = protocol.Scene(subject, "add", protocol.ABSENT, place=protocol.NO_FOLDER)
+    return [*work, (folder, (KILL, FAIL))]
 
 
-def full_work():
+def full_work(subject):
+    many = (100,) if subject.name == "global" else ()
     every = (KILL, FAIL, LASTING, RETRY)
     work = []
-    for verb, sizes in (
-        ("add", (protocol.ABSENT, 0, 1, 5, 100)),
-        ("change", (1, 5, 100)),
-        ("delete", (1, 5, 100)),
-    ):
-        for size in sizes:
+    for verb in subjects.VERBS:
+        for size in (*((protocol.ABSENT, 0) if verb == "add" else ()), 1, 5, *many):
             for leftovers in ((), ("tmp",), ("cor",), ("bkp",), ALL_LEFTOVERS):
-                work.append((protocol.Scene(verb, size, leftovers), every))
-        work.append((protocol.Scene(verb, 5, place=protocol.LINKED), every))
-    work.append((protocol.Scene("add", protocol.ABSENT, place=protocol.NO_FOLDER), every))
-    return work
+                work.append((protocol.Scene(subject, verb, size, leftovers), every))
+        work.append((protocol.Scene(subject, verb, 5, place=protocol.LINKED), every))
+    folder = protocol.Scene(subject, "add", protocol.ABSENT, place=protocol.NO_FOLDER)
+    return [*work, (folder, every)]
 
 
 class Stage:
@@ -73,7 +72,7 @@ class Stage:
 
     def __init__(self, scene, driver_program, injector):
         self.scene, self.injector = scene, str(injector)
-        self.driver = driving.Driver(driver_program, TOP / scene.given)
+        self.driver = driving.Driver(driver_program, TOP / scene.given, scene.subject.options)
         self.registry = TOP / scene.registry
         self.belongings = None
 
@@ -98,10 +97,14 @@ class Stage:
         """The update under the injector: (outcome, calls, last line of the trace)."""
         TRACE.unlink(missing_ok=True)
         under = [self.injector, "--trace", str(TRACE), *options, "--"]
-        outcome = self.driver.run(*self.scene.update.words(), *more, under=under)
+        outcome = self.driver.run(*self.scene.update.words, *more, under=under)
         if outcome.exit_status == driving.SKIPPED:
             driving.skip("this system refuses the tracing of processes")
         return (outcome, *protocol.read_trace(TRACE))
+
+    def more(self):
+        """A second update by the same object."""
+        return ("++", *self.scene.next_update.words)
 
     def contents(self):
         return self.registry.read_bytes() if self.registry.exists() else b""
@@ -143,20 +146,20 @@ def judge_reader(stage, records):
         return [] if status == NOT_OPENED else [f"a reader of no folder: {status}"]
     if status != model.OK:
         return [f"a reader is refused: 0x{status:08X}"]
-    wanted = [record.line() for record in records]
+    wanted = stage.scene.subject.listed(records)
     return [] if lines == wanted else [f"a reader reads {lines}"]
 
 
 def judge_next_update(stage, records):
     """A further update succeeds; what stood there as a copy is set aside, all else is clean."""
     scene, files = stage.scene, driving.tree(TOP)
-    outcome = stage.driver.run(*protocol.NEXT_UPDATE.words())
+    outcome = stage.driver.run(*scene.next_update.words)
     if outcome.status != model.OK:
         return [f"the next update: {outcome.status}"]
     wanted = {name: contents for name, contents in scene.start().items() if not is_bytes(contents)}
     if scene.place == protocol.NO_FOLDER:
         wanted.update({"a": None, "a/b": None})
-    wanted[scene.registry] = model.frames(protocol.NEXT_UPDATE.apply(records))
+    wanted[scene.registry] = scene.subject.contents(scene.next_update.apply(records))
     wanted[scene.lock] = b""
     if scene.temporary in files:
         wanted[scene.corrupt] = files[scene.temporary]
@@ -180,8 +183,9 @@ def judge_aftermath(stage):
     return wrong + judge_reader(stage, records) + judge_next_update(stage, records)
 
 
-def judge_log(count):
-    """The change log has `count` whole lines."""
+def judge_log(stage, count):
+    """The change log has `count` whole lines, where the format keeps one."""
+    count = count if stage.scene.subject.logs_changes else 0
     data = driving.CHANGE_LOG.read_bytes() if driving.CHANGE_LOG.exists() else b""
     try:
         lines = len(model.log_actions(data))
@@ -191,12 +195,9 @@ def judge_log(count):
 
 
 def log_write(calls):
-    """The index of the call that writes the change log."""
-    return next(
-        call.index
-        for call in calls
-        if call.name == "write" and call.paths == [str(driving.CHANGE_LOG)]
-    )
+    """The index of the call that writes the change log; one behind all calls without a log."""
+    ours = ("write", [str(driving.CHANGE_LOG)])
+    return next((call.index for call in calls if (call.name, call.paths) == ours), len(calls) + 1)
 
 
 def judge_point(calls, fault):
@@ -215,7 +216,7 @@ def judge_death(stage, fault, baseline):
     steps = [index for index, _ in protocol.steps_made(baseline, stage.scene, TOP) if index <= last]
     expected = stage.scene.files_after(len(steps))
     wrong = protocol.differences(expected, driving.tree(TOP), stage.scene.new)
-    wrong += judge_log(1 if last >= log_write(baseline) else 0)
+    wrong += judge_log(stage, 1 if last >= log_write(baseline) else 0)
     return wrong + judge_aftermath(stage)
 
 
@@ -267,7 +268,7 @@ def judge_failure(stage, fault, _):
 
 def judge_retry(stage, fault, _):
     """After a failing call, the same object makes the next update at once."""
-    outcome, calls, end = stage.run(fault.options(), MORE)
+    outcome, calls, end = stage.run(fault.options(), stage.more())
     if not end.startswith("exit") or len(outcome.statuses) != 2 or judge_point(calls, fault):
         return [f"ended by {end}", *judge_point(calls, fault)]
     wrong = judge_left(outcome) + judge_lock(stage)
@@ -275,12 +276,10 @@ def judge_retry(stage, fault, _):
         return wrong  # an object that could not give its lock back keeps it, and takes no other
     if outcome.statuses[1] != model.OK:
         return [*wrong, f"the object's next update: 0x{outcome.statuses[1]:08X}"]
-    wanted = [model.frames(protocol.NEXT_UPDATE.apply(records)) for records in both(stage.scene)]
+    scene = stage.scene
+    ends = [scene.next_update.apply(records) for records in (scene.before, scene.after)]
+    wanted = [scene.subject.contents(records) for records in ends]
     return wrong + ([] if stage.contents() in wanted else ["the registry is neither"])
-
-
-def both(scene):
-    return scene.before, scene.after
 
 
 def faults_of(kind, stage, calls):
@@ -288,7 +287,7 @@ def faults_of(kind, stage, calls):
         return faults.kills(calls)
     if kind == RETRY:  # the longer command line moves the heap, and with it the calls for memory
         stage.set_up()
-        calls = stage.run(more=MORE)[1]
+        calls = stage.run(more=stage.more())[1]
     return faults.failures(calls, kind == LASTING)
 
 
@@ -307,7 +306,7 @@ def judge_baseline(stage):
     if made != scene.steps():
         wrong.append(f"made the steps {made}\ninstead of {scene.steps()}")
     wrong += protocol.differences(scene.files_after(len(scene.steps())), driving.tree(TOP), b"")
-    wrong += judge_left(outcome) + judge_log(1) + judge_given_away(stage)
+    wrong += judge_left(outcome) + judge_log(stage, 1) + judge_given_away(stage)
     return wrong + judge_aftermath(stage), calls
 
 
@@ -332,6 +331,7 @@ def try_scene(scene, kinds, options):
             good += not wrong
             findings += [f"{scene.name}: {kind}: {fault}: {finding}" for finding in wrong]
         figures[kind] = [good, len(every)]
+    figures = {f"{scene.subject.name}, {kind}": figure for kind, figure in figures.items()}
     return {"scene": scene.name, "figures": figures, "findings": findings}
 
 
@@ -344,7 +344,9 @@ def try_one(stage, kind, fault, calls):
 
 
 def work_of(options):
-    work = full_work() if options.full else short_work()
+    make_work = full_work if options.full else short_work
+    chosen = [each for each in subjects.SUBJECTS if each.name in options.format or not options.format]
+    work = [pair for subject in chosen for pair in make_work(subject)]
     return [pair for pair in work if options.scene in pair[0].name]
 
 
@@ -409,7 +411,7 @@ def report(results, seconds):
     show_findings(findings)
     print(f"{len(results)} scenes")
     for kind, (good, every) in sums.items():
-        print(f"{kind:24}{good}/{every}")
+        print(f"{kind:36}{good}/{every}")
     print(f"in {seconds:.0f} s")
     return 0 if results and all(good == every for good, every in sums.values()) else 1
 
@@ -422,6 +424,7 @@ def main():
     length.add_argument("--short", dest="full", action="store_false")
     length.add_argument("--full", action="store_true")
     parser.add_argument("--jobs", type=int, default=2)
+    parser.add_argument("--format", nargs="+", default=(), choices=subjects.NAMES, help="not all")
     parser.add_argument("--scene", default="", help="only scenes whose name has this in it")
     parser.add_argument("--worker", type=int, nargs=2, help=argparse.SUPPRESS)
     options = parser.parse_args()

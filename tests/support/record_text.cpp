@@ -103,18 +103,10 @@ bool setField(GlobalRegRecord* record, const FieldRow& field, const std::string&
   return true;
 }
 
-void printText(const unsigned char* text, std::size_t width) {
-  for (std::size_t i = 0; i < width && text[i] != 0; ++i) {
-    const bool plain = text[i] >= 0x20 && text[i] < 0x7F && text[i] != '\\';
-    if (plain) std::printf("%c", text[i]);
-    if (!plain) std::printf("\\x%02x", text[i]);
-  }
-}
-
 void printField(const GlobalRegRecord& record, const FieldRow& field) {
   const auto* at = reinterpret_cast<const unsigned char*>(&record) + field.offset;
   std::printf("\t%s=", field.name);
-  if (field.kind == Kind::kText) return printText(at, field.width);
+  if (field.kind == Kind::kText) return printText(reinterpret_cast<const char*>(at), field.width);
   unsigned long long number = 0;
   std::memcpy(&number, at, field.width);
   std::printf("%llu", number);
@@ -147,6 +139,14 @@ bool parseRecord(const std::vector<std::string>& words, GlobalRegRecord* record,
     record->FieldMask |= field->bit;
   }
   return true;
+}
+
+void printText(const char* text, std::size_t width) {
+  for (std::size_t i = 0; i < width && text[i] != 0; ++i) {
+    const auto byte = static_cast<unsigned char>(text[i]);
+    const bool plain = byte >= 0x20 && byte < 0x7F && byte != '\\';
+    std::printf(plain ? "%c" : "\\x%02x", byte);
+  }
 }
 
 void printRecord(const GlobalRegRecord& record) {

@@ -2,6 +2,7 @@
 // Global registry records as words of a command line and as lines of text, for test programs.
 #pragma once
 
+#include <cstddef>
 #include <string>
 #include <vector>
 
@@ -17,8 +18,12 @@ bool parseNumber(const std::string& text, unsigned long long* value);
 bool parseRecord(const std::vector<std::string>& words, GlobalRegRecord* record,
                  std::string* problem);
 
+// Prints a text up to its NUL or `width` bytes. Backslashes and bytes outside of printable ASCII
+// appear as \xNN.
+void printText(const char* text, std::size_t width);
+
 // Prints one line: the type, mask=, missing=, checksum= and each present field as NAME=VALUE,
-// separated by tabs. Backslashes and bytes outside of printable ASCII appear as \xNN.
+// separated by tabs, texts as by printText.
 void printRecord(const GlobalRegRecord& record);
 
 }  // namespace vrxtest

@@ -1,15 +1,18 @@
 // SPDX-License-Identifier: Apache-2.0
-// A program for the tests that need the global registry used by a process of its own: one that is
-// killed, whose system calls fail, or that was built for another word size. It uses the public
-// headers only and works on the registry that VRX_GLOBAL_REG_PATHNAME names; `regdriver` alone
-// tells its commands. What is right and wrong is for the tests to say: nothing is judged here.
-// The records' texts stand in record_text.cpp, the updates of many writers in tests/concurrency.
+// A program for the tests that need a registry used by a process of its own: one that is killed,
+// whose system calls fail, or that was built for another word size. It uses the public headers only
+// and works on the global registry that VRX_GLOBAL_REG_PATHNAME names, or with --format and --file
+// on a file of another format; `regdriver` alone tells its commands. What is right and wrong is for
+// the tests to say: nothing is judged here. The formats stand in any_registry.cpp, the global
+// records' texts in record_text.cpp, the updates of many writers in tests/concurrency.
 #include <dirent.h>
 #include <unistd.h>
 
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <functional>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -17,10 +20,12 @@
 #include "platform/osse/log.h"
 #include "platform/osse/memory.h"
 #include "tests/concurrency/workload.h"
+#include "tests/support/any_registry.h"
 #include "tests/support/record_text.h"
 
 namespace {
 
+using vrxtest::AnyRegistry;
 using vrxtest::parseNumber;
 using vrxtest::parseRecord;
 using vrxtest::printRecord;
@@ -29,6 +34,10 @@ using Words = std::vector<std::string>;
 enum ExitStatus : int { kDone = 0, kRefused = 1, kBadUsage = 2 };
 
 constexpr unsigned kIgnored = 0;
+
+// What --format and --file say.
+const vrxtest::Format* format = vrxtest::findFormat("global");
+std::string file;
 
 [[noreturn]] void badUsage(const std::string& what) {
   std::fprintf(stderr, "regdriver: %s\n", what.c_str());
@@ -82,9 +91,14 @@ int openDescriptors() {
 struct Update {
   unsigned mode = 0;
   unsigned long long mask = 0;
-  GlobalRegRecord key{};
-  GlobalRegRecord record{};
+  std::shared_ptr<void> key;
+  std::shared_ptr<void> record;
 };
+
+std::shared_ptr<void> parseWords(const Words& words, std::size_t first, std::size_t last) {
+  return format->parse({words.begin() + static_cast<std::ptrdiff_t>(first),
+                        words.begin() + static_cast<std::ptrdiff_t>(last)});
+}
 
 GlobalRegRecord recordOf(const Words& words, std::size_t first, std::size_t last) {
   GlobalRegRecord record{};
@@ -111,16 +125,16 @@ Update parseUpdate(const Words& words, std::size_t first, std::size_t last) {
   if (!parseNumber(words[first + 1], &update.mask)) badUsage("bad mask " + words[first + 1]);
   if (verb == "add") {
     update.mode = kGenRegAdd;
-    update.record = recordOf(words, first + 2, last);
+    update.record = parseWords(words, first + 2, last);
   } else if (verb == "delete") {
     update.mode = kGenRegDelete;
-    update.key = recordOf(words, first + 2, last);
+    update.key = parseWords(words, first + 2, last);
   } else if (verb == "change") {
     const std::size_t divider = positionOf(words, "--", first);
     if (divider >= last) badUsage("change takes a key, -- and a record");
     update.mode = kGenRegChange;
-    update.key = recordOf(words, first + 2, divider);
-    update.record = recordOf(words, divider + 1, last);
+    update.key = parseWords(words, first + 2, divider);
+    update.record = parseWords(words, divider + 1, last);
   } else {
     badUsage("no update: " + verb);
   }
@@ -137,18 +151,16 @@ std::vector<Update> parseUpdates(const Words& words) {
   return updates;
 }
 
-int perform(GlobalReg& registry, Update& update) {
-  if (update.mode == kGenRegAdd) return registry.Add(update.mask, &update.record);
-  if (update.mode == kGenRegDelete) return registry.Delete(update.mask, &update.key);
-  return registry.Change(update.mask, &update.key, &update.record);
-}
-
 // Makes the updates with one object. The first one's system calls stand between the marks; those of
 // the object's destruction as well, when it is the only one.
-void performAll(std::vector<Update>& updates, std::vector<int>& results) {
-  GlobalReg registry;
+void performAll(AnyRegistry& registry, std::vector<Update>& updates, std::vector<int>& results) {
   for (std::size_t i = 0; i < updates.size(); ++i) {
-    results[i] = perform(registry, updates[i]);
+    Update& update = updates[i];
+    unsigned status = registry.constructed();
+    if (status == 0) {
+      status = registry.update(update.mode, update.mask, update.key.get(), update.record.get());
+    }
+    results[i] = static_cast<int>(status);
     if (i == 0 && updates.size() > 1) mark(kEnd);
   }
 }
@@ -156,10 +168,13 @@ void performAll(std::vector<Update>& updates, std::vector<int>& results) {
 int runUpdates(const Words& words) {
   std::vector<Update> updates = parseUpdates(words);
   std::vector<int> results(updates.size());
+  const std::function<void(AnyRegistry&)> work = [&](AnyRegistry& registry) {
+    performAll(registry, updates, results);
+  };
   const int descriptors = openDescriptors();
   const unsigned long blocks = ossMemLiveBlocks();
   mark(kBegin);
-  performAll(updates, results);
+  format->use(file.data(), work);
   mark(kEnd);
   std::printf("left descriptors %d blocks %ld\n", openDescriptors() - descriptors,
               static_cast<long>(ossMemLiveBlocks() - blocks));
@@ -182,28 +197,33 @@ int runGet(const Words& words) {
   return report(status);
 }
 
-using Visit = void (*)(GlobalRegRecord& record);
+using Visit = void (*)(void* record);
 
 // Visits every record of the registry and reports the status that ended the scan, 0 for its end.
-int scan(Visit visit) {
-  GlobalReg registry;
-  GlobalRegRecord key{};
-  GlobalRegRecord record{};
-  int status = static_cast<int>(registry.OpenScan());
-  if (status != 0) return report(status);
-  while ((status = registry.GetNext(0, &key, &record)) == 0)
-    visit(record);
-  const int closed = static_cast<int>(registry.CloseScan());
-  const bool ended = static_cast<unsigned>(status) == genreg::status::end_of_registry;
-  return report(ended ? closed : status);
+unsigned scan(AnyRegistry& registry, Visit visit) {
+  const std::shared_ptr<void> key = format->blank();
+  const std::shared_ptr<void> record = format->blank();
+  unsigned status = registry.constructed();
+  if (status == 0) status = registry.openScan();
+  if (status != 0) return status;
+  while ((status = registry.next(key.get(), record.get())) == 0)
+    visit(record.get());
+  const unsigned closed = registry.closeScan();
+  return status == genreg::status::end_of_registry ? closed : status;
+}
+
+int reportScan(Visit visit) {
+  unsigned status = 0;
+  format->use(file.data(), [&](AnyRegistry& registry) { status = scan(registry, visit); });
+  return report(static_cast<int>(status));
 }
 
 int runList(const Words&) {
-  return scan([](GlobalRegRecord& record) { printRecord(record); });
+  return reportScan([](void* record) { format->print(record); });
 }
 
 int runDump(const Words&) {
-  return scan([](GlobalRegRecord& record) { (void)GlobalReg::PrintRecord(&record); });
+  return reportScan([](void* record) { (void)GlobalReg::PrintRecord(record); });
 }
 
 // Waits until whoever started this process closes its standard input.
@@ -261,36 +281,64 @@ int runWatch(const Words& words) {
   return vrxtest::runWatcher(countOf(words, 1), countOf(words, 2));
 }
 
+enum class Reach { kEveryFormat, kGlobalOnly };
+
 struct Command {
+  Reach reach;
   const char* name;
   int (*run)(const Words& words);
   const char* help;
 };
 
 constexpr Command kCommands[] = {
-    {"add", runUpdates, "add MASK RECORD... [++ UPDATE...]"},
-    {"change", runUpdates, "change MASK KEY... -- RECORD... [++ UPDATE...]"},
-    {"delete", runUpdates, "delete MASK KEY... [++ UPDATE...]"},
-    {"get", runGet, "get MASK KEY..."},
-    {"list", runList, "list"},
-    {"dump", runDump, "dump"},
-    {"hold", runHold, "hold exclusive|shared (until standard input ends)"},
-    {"trylock", runTryLock, "trylock exclusive|shared (the same, without waiting)"},
-    {"loop", runLoop, "loop WRITER COUNT [acknowledge]"},
-    {"threads", runThreads, "threads WRITERS COUNT"},
-    {"watch", runWatch, "watch WRITERS COUNT (until standard input ends)"},
+    {Reach::kEveryFormat, "add", runUpdates, "add MASK RECORD... [++ UPDATE...]"},
+    {Reach::kEveryFormat, "change", runUpdates, "change MASK KEY... -- RECORD... [++ UPDATE...]"},
+    {Reach::kEveryFormat, "delete", runUpdates, "delete MASK KEY... [++ UPDATE...]"},
+    {Reach::kGlobalOnly, "get", runGet, "get MASK KEY..."},
+    {Reach::kEveryFormat, "list", runList, "list"},
+    {Reach::kGlobalOnly, "dump", runDump, "dump"},
+    {Reach::kGlobalOnly, "hold", runHold, "hold exclusive|shared (until standard input ends)"},
+    {Reach::kGlobalOnly, "trylock", runTryLock,
+     "trylock exclusive|shared (the same, without waiting)"},
+    {Reach::kGlobalOnly, "loop", runLoop, "loop WRITER COUNT [acknowledge]"},
+    {Reach::kGlobalOnly, "threads", runThreads, "threads WRITERS COUNT"},
+    {Reach::kGlobalOnly, "watch", runWatch, "watch WRITERS COUNT (until standard input ends)"},
 };
 
 int usage() {
-  std::fprintf(stderr, "RECORD and KEY: instance|service|variable NAME=VALUE...\n");
-  for (const Command& command : kCommands)
-    std::fprintf(stderr, "  %s\n", command.help);
+  std::fprintf(stderr, "[--format FORMAT --file PATH] COMMAND; RECORD and KEY by format:\n");
+  vrxtest::visitFormats([](const vrxtest::Format& each) {
+    std::fprintf(stderr, "  %s: %s\n", each.name, each.fields);
+  });
+  for (const Command& command : kCommands) {
+    const bool global = command.reach == Reach::kGlobalOnly;
+    std::fprintf(stderr, "  %s%s\n", command.help, global ? "  (global registry only)" : "");
+  }
   return kBadUsage;
 }
 
+// Takes --format FORMAT --file PATH off the front of the words.
+void takeOptions(Words* words) {
+  while (words->size() > 1 && words->front().rfind("--", 0) == 0) {
+    const std::string option = words->front();
+    const std::string value = (*words)[1];
+    words->erase(words->begin(), words->begin() + 2);
+    if (option == "--file") {
+      file = value;
+    } else if (option == "--format") {
+      format = vrxtest::findFormat(value);
+      if (format == nullptr) badUsage("no such format: " + value);
+    } else {
+      badUsage("no such option: " + option);
+    }
+  }
+}
+
 int run(const Words& words) {
+  const bool global = format == vrxtest::findFormat("global");
   for (const Command& command : kCommands) {
-    if (words[0] == command.name) return command.run(words);
+    if (words[0] != command.name) continue;
+    return global || command.reach == Reach::kEveryFormat ? command.run(words) : usage();
   }
   return usage();
 }
@@ -298,11 +346,11 @@ int run(const Words& words) {
 }  // namespace
 
 int main(int argc, char** argv) {
-  const Words words(argv + 1, argv + argc);
-  if (words.empty()) return usage();
+  Words words(argv + 1, argv + argc);
   if (std::getenv("REGDRIVER_LOG") != nullptr) (void)ossSetLogCallback(keepEntry, nullptr);
   try {
-    return run(words);
+    takeOptions(&words);
+    return words.empty() ? usage() : run(words);
   } catch (const std::exception& error) {
     badUsage(error.what());
   }

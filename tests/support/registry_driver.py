@@ -78,10 +78,12 @@ class Outcome:
 
 
 class Driver:
-    """The driver program, for one registry."""
+    """The driver program, for one registry; `options` tell the format of one that is not global."""
 
-    def __init__(self, program, registry):
-        self.program = str(program)
+    def __init__(self, program, registry, options=()):
+        self.command = [str(program), *options]
+        if options:
+            self.command += ["--file", str(registry)]
         self.registry = pathlib.Path(registry)
         self.environment = {
             "VRX_GLOBAL_REG_PATHNAME": str(registry),
@@ -93,7 +95,7 @@ class Driver:
     def run(self, *words, under=()):
         """Runs one command to its end; `under` is put before it."""
         done = subprocess.run(
-            [*under, self.program, *words],
+            [*under, *self.command, *words],
             env=self.environment,
             stdout=subprocess.PIPE,
             stdin=subprocess.DEVNULL,
@@ -104,7 +106,7 @@ class Driver:
 
     def start(self, *words):
         return subprocess.Popen(
-            [self.program, *map(str, words)],
+            [*self.command, *map(str, words)],
             env=self.environment,
             stdin=subprocess.PIPE,
             stdout=subprocess.PIPE,
