@@ -48,7 +48,7 @@ void readBesideModel(const std::string& bytes, bool joins) {
   const Format format = joins ? Format::kInitTable : Format::kProfile;
   FILE* file = streamOver(bytes);
   genreg::LineReader reader(joins ? genreg::Continuations::kJoined : genreg::Continuations::kKept);
-  reader.readFrom(file);
+  reader.cursor().readFrom(file, 0, bytes.size());
   for (const Line& wanted : vrxtest::model::linesOf(format, bytes)) {
     require(reader.next(), "a line is missing");
     require(std::string(reader.raw(), reader.rawLength()) == wanted.raw, "raw text", wanted.raw);

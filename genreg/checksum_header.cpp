@@ -140,7 +140,7 @@ bool usesChecksumHeader(const GenRegFile& registry) {
 void seekFirstRecord(Operation& op, GenRegFile& registry, HeaderCheck check) {
   const unsigned long offset = firstRecordOffset(op, registry, check);
   registry.firstRecord = offset;
-  if (op.failed()) return;
+  if (op.failed() || !usesChecksumHeader(registry)) return;  // nothing was read: it stands there
   if (!seek(registry.registryStream, offset)) op.fail(240, status::read_failed);
 }
 

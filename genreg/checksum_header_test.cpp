@@ -335,7 +335,7 @@ struct HeaderFault {
   GenRegStatus expected;
 };
 constexpr HeaderFault kOpenFaults[] = {
-    {Call::kMemAlloc, 2, ENOMEM, 0x900001EBu}, {Call::kMemFree, 1, EINVAL, 0x900001EEu},
+    {Call::kMemAlloc, 1, ENOMEM, 0x900001EBu}, {Call::kMemFree, 1, EINVAL, 0x900001EEu},
     {Call::kFseeko, 1, EIO, 0x900001CDu},      {Call::kFread, 1, EIO, 0x900001CDu},
     {Call::kFread, 2, EIO, 0x900005A5u},       {Call::kFseeko, 2, EIO, 0x900001CDu},
 };
@@ -355,10 +355,10 @@ TEST_F(ChecksumHeader, FreshObjectThatCannotTellWhetherThereIsAHeaderRefuses) {
   writeFile(files.registry, stamped(one));
   PlainRegistry registry(files.registry, kStamps);
   {
-    const FailCall fault(Call::kMemAlloc, 2, ENOMEM);
+    const FailCall fault(Call::kMemAlloc, 1, ENOMEM);
     EXPECT_EQ(registry.OpenReg(kGenRegRead), 0x900001EBu);
   }
-  const FailCall fault(Call::kMemAlloc, 2, ENOMEM);
+  const FailCall fault(Call::kMemAlloc, 1, ENOMEM);
   EXPECT_EQ(registry.OpenScan(), 0x900001EBu);
   EXPECT_EQ(registry.registryStream, nullptr);
 }

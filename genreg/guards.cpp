@@ -12,7 +12,7 @@ bool ScratchBuffer::reserve(unsigned probe, unsigned long capacity) {
   void* block = nullptr;
   const GenRegStatus rc = ossMemAlloc(&block, capacity, __FILE__, __LINE__);
   if (rc != status::ok) {
-    op_.fail(probe, noMemory_, rc);
+    op_->fail(probe, noMemory_, rc);
     return false;
   }
   block_ = block;
@@ -22,14 +22,14 @@ bool ScratchBuffer::reserve(unsigned probe, unsigned long capacity) {
 void ScratchBuffer::release() {
   if (block_ == nullptr) return;
   const GenRegStatus rc = ossMemFree(block_, __FILE__, __LINE__);
-  if (rc != status::ok) op_.fail(300, notReleased_, rc);
+  if (rc != status::ok && op_ != nullptr) op_->fail(300, notReleased_, rc);
   block_ = nullptr;
 }
 
 void ScratchBuffer::releaseLoggedOnly() {
   if (block_ == nullptr) return;
   const GenRegStatus rc = ossMemFree(block_, __FILE__, __LINE__);
-  if (rc != status::ok) op_.note(301, notReleased_, rc);
+  if (rc != status::ok) op_->note(301, notReleased_, rc);
   block_ = nullptr;
 }
 

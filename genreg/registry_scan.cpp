@@ -5,6 +5,7 @@
 #include "genreg/internal/checksum_header.h"
 #include "genreg/internal/operation.h"
 #include "genreg/internal/registry_files.h"
+#include "genreg/internal/scan_reader.h"
 #include "genreg/registry.h"
 
 using namespace genreg;
@@ -56,6 +57,7 @@ GenRegStatus GenRegFile::Rewind() {
     return op.failErrno(2, status::rewind_failed, errno);
   }
   std::clearerr(registryStream);
+  if (scanReader != nullptr) scanReader->cursor().forgetBlock();
   state &= ~kGenRegStateScanEnd;
   return op.status();
 }
@@ -64,7 +66,8 @@ GenRegStatus GenRegFile::getRegFilePosition(long long* position) {
   Operation op(kGenRegFileGetRegFilePosition, registryPath);
   checkPositionCall(op, *this, position, status::position_not_read);
   if (op.failed()) return op.status();
-  const off_t offset = ftello(registryStream);
+  const long long offset =
+      scanReader != nullptr ? scanReader->cursor().position() : ftello(registryStream);
   if (offset < 0) return op.failErrno(4, status::position_not_read, errno);
   *position = offset;
   return op.status();
@@ -77,5 +80,6 @@ GenRegStatus GenRegFile::setRegFilePosition(long long* position) {
   if (fseeko(registryStream, static_cast<off_t>(*position), SEEK_SET) != 0) {
     return op.failErrno(4, status::position_not_set, errno);
   }
+  if (scanReader != nullptr) scanReader->cursor().forgetBlock();
   return op.status();
 }

@@ -8,6 +8,7 @@
 #include <string>
 
 #include "platform/osse/file_handle.h"
+#include "platform/osse/memory.h"
 #include "tests/support/captured_log.h"
 #include "tests/support/faults.h"
 #include "tests/support/leak_check.h"
@@ -254,10 +255,12 @@ TEST_F(RegistryScan, PositionsThatTheStreamRefusesAreReportedAndLogged) {
   ASSERT_EQ(registry.OpenScan(), 0u);
   long long position = -1;
   EXPECT_EQ(registry.setRegFilePosition(&position), 0x90000288u);
+  {
+    const FailCall fault(Call::kFtello, 1, EIO);
+    EXPECT_EQ(registry.getRegFilePosition(&position), 0x90000287u);
+    EXPECT_EQ(position, -1);
+  }
   EXPECT_EQ(next(registry), "one") << "the scan stands where it stood";
-  const FailCall fault(Call::kFtello, 1, EIO);
-  EXPECT_EQ(registry.getRegFilePosition(&position), 0x90000287u);
-  EXPECT_EQ(position, -1);
   EXPECT_EQ(log.count(0x082A0013, 0x90000287u), 1);
   EXPECT_EQ(log.count(0x082A0014, 0x90000288u), 1);
 }
@@ -326,8 +329,46 @@ constexpr ScanFault kScanFaults[] = {
     {Call::kHandleOpen, 1, 0x900001BFu}, {Call::kOpen, 1, 0x900001BFu},
     {Call::kFstat, 1, 0x900001BFu},      {Call::kFstat, 2, 0x900001BFu},
     {Call::kHandleLock, 1, 0x90000272u}, {Call::kFdopen, 1, 0x900001BFu},
-    {Call::kFseeko, 1, 0x900001CDu},
 };
+
+TEST_F(RegistryScan, HeaderThatCannotBeSteppedOverLeavesNoScan) {
+  PlainRegistry registry(files.registry, kGenRegChecksumHeader);
+  const FailCall fault(Call::kFseeko, 2, EIO);  // the first asks whether there is one
+  EXPECT_EQ(registry.OpenScan(), 0x900001CDu);
+  EXPECT_EQ(registry.state & kScanBits, 0u);
+  EXPECT_EQ(registry.registryStream, nullptr);
+}
+
+// The stream is up to a block ahead of the scan, which nobody is to notice.
+TEST_F(RegistryScan, PositionIsTheRecordsNotTheStreams) {
+  PlainRegistry registry(files.registry);
+  ASSERT_EQ(registry.OpenScan(), 0u);
+  long long second = -1;
+  EXPECT_EQ(next(registry), "one");
+  ASSERT_EQ(registry.getRegFilePosition(&second), 0u);
+  EXPECT_EQ(second, 24);
+  EXPECT_EQ(next(registry), "two");
+  EXPECT_EQ(next(registry), "three");
+  ASSERT_EQ(registry.setRegFilePosition(&second), 0u);
+  EXPECT_EQ(next(registry), "two");
+}
+
+TEST_F(RegistryScan, RecordReadFromTheStreamBehindAPositionIsNotReadTwice) {
+  PlainRegistry registry(files.registry);
+  ASSERT_EQ(registry.OpenScan(), 0u);
+  EXPECT_EQ(next(registry), "one");
+  long long position = 0;
+  ASSERT_EQ(registry.setRegFilePosition(&position), 0u);
+  void* block = nullptr;
+  unsigned long length = 0;
+  ASSERT_EQ(ossMemAlloc(&block, sizeof(PlainRecord), __FILE__, __LINE__), 0u);
+  EXPECT_EQ(registry.ReadRecord(registry.registryStream, &block, &length), 0);
+  EXPECT_EQ(std::string(static_cast<PlainRecord*>(block)->name), "one");
+  EXPECT_EQ(ossMemFree(block, __FILE__, __LINE__), 0u);
+  ASSERT_EQ(registry.getRegFilePosition(&position), 0u);
+  EXPECT_EQ(position, 24);
+  EXPECT_EQ(next(registry), "two");
+}
 
 TEST_F(RegistryScan, EveryFailureOfTheOpeningLeavesNoScan) {
   for (const ScanFault& row : kScanFaults) {

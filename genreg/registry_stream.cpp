@@ -9,6 +9,7 @@
 #include <cerrno>
 
 #include "genreg/internal/registry_files.h"
+#include "genreg/internal/scan_reader.h"
 #include "platform/osse/errors.h"
 #include "platform/osse/memory.h"
 
@@ -42,26 +43,39 @@ Stream wrap(int descriptor, const char* mode, unsigned long long fileSize) {
   return {file, largeBuffer(file, fileSize)};
 }
 
+// The same for a stream that is read in blocks: a buffer of its own would only be copied from.
+Stream wrapForReading(int descriptor) {
+  FILE* file = fdopen(descriptor, "r");
+  if (file != nullptr) (void)std::setvbuf(file, nullptr, _IONBF, 0);  // buffered, it is but slower
+  return {file, nullptr};
+}
+
 int closeStream(FILE*& file, void*& buffer) {
   if (file == nullptr) return 0;
   const int error = std::fclose(file) == 0 ? 0 : errno;
   file = nullptr;
+  if (buffer == nullptr) return error;
   (void)ossMemFree(buffer, __FILE__, __LINE__);  // a damaged buffer has nowhere better to go
   buffer = nullptr;
   return error;
 }
 
-void openFile(Operation& op, OSSHFile& file, const GenRegFile& registry,
-              const StreamRequest& request) {
+void openFile(Operation& op, OSSHFile& file, GenRegFile& registry, const StreamRequest& request) {
   const unsigned mode =
       registry.registryCreationMode != 0 ? registry.registryCreationMode : kDefaultFileMode;
-  const OSSFileOpenParams open = {
+  OSSFileOpenParams open = {
       kOssFileStructureVersion, registry.registryPath, request.options, request.access, 0, mode, 0};
-  const GenRegStatus rc = file.open(&open);
+  GenRegStatus rc = file.open(&open);
+  if (rc == ossErrorMapSystem(ELOOP) && request.resolvesLink) {
+    registry.GetAndSetRealRegistryPaths();
+    open.options &= ~static_cast<unsigned>(kOssOpenNoFollow);
+    rc = file.open(&open);
+  }
   if (rc == status::ok) return;
-  const bool vanished =
-      (request.options & kOssOpenOrCreate) == 0 && rc == ossErrorMapSystem(ENOENT);
-  op.fail(100, vanished ? status::no_registry : status::registry_not_opened, rc);
+  const bool creates = (request.options & kOssOpenOrCreate) != 0;
+  const bool missing =
+      !creates && (rc == ossErrorMapSystem(ENOENT) || !fileExists(registry.registryPath));
+  op.fail(100, missing ? status::no_registry : status::registry_not_opened, rc);
 }
 
 void lockFile(Operation& op, OSSHFile& file, const StreamRequest& request) {
@@ -125,6 +139,10 @@ int openCopy(const char* path, CopyUse use, unsigned long long& size) {
 
 }  // namespace
 
+bool fileExists(const char* path) {
+  return access(path, F_OK) == 0;
+}
+
 void openRegistryStream(Operation& op, GenRegFile& registry, const StreamRequest& request) {
   OSSHFile file;
   openFile(op, file, registry, request);
@@ -139,7 +157,8 @@ void openRegistryStream(Operation& op, GenRegFile& registry, const StreamRequest
   }
   const auto size = static_cast<unsigned long long>(info.st_size);
   const bool appends = request.access == kOssAccessAppend;
-  const Stream stream = wrap(file.getFileHandle(), appends ? "a" : "r", size);
+  const Stream stream =
+      appends ? wrap(file.getFileHandle(), "a", size) : wrapForReading(file.getFileHandle());
   if (stream.file == nullptr) {
     op.failErrno(121, status::registry_not_opened, errno);
     return;
@@ -158,20 +177,21 @@ void openTemporaryStream(Operation& op, GenRegFile& registry, CopyUse use) {
     return;
   }
   const bool reads = use == CopyUse::kReadBack;
-  const Stream stream = wrap(descriptor, reads ? "r" : "w+", reads ? size : registry.registrySize);
+  const Stream stream =
+      reads ? wrapForReading(descriptor) : wrap(descriptor, "w+", registry.registrySize);
   if (stream.file == nullptr) {
     op.failErrno(131, status::copy_not_opened, errno);
     dropCopy(descriptor, registry.temporaryPath, use);
     return;
   }
-  // A stream that has once been positioned knows where it stands without asking the system.
-  if (reads) (void)fseeko(stream.file, 0, SEEK_SET);  // it stands there already
   registry.temporaryStream = stream.file;
   registry.temporaryBuffer = stream.buffer;
   registry.temporarySize = size;
 }
 
 int closeRegistryStream(GenRegFile& registry) {
+  delete registry.scanReader;
+  registry.scanReader = nullptr;
   return closeStream(registry.registryStream, registry.registryBuffer);
 }
 

@@ -7,6 +7,7 @@
 #include <initializer_list>
 
 #include "genreg/internal/operation.h"
+#include "globalreg/internal/image.h"
 #include "globalreg/internal/location.h"
 
 namespace {
@@ -46,6 +47,7 @@ void assignSlots(GlobalReg* registry) {
   registry->packRecord = GlobalReg::PackRecord;
   registry->unpackRecord = GlobalReg::UnpackRecord;
   registry->getPackedRecordSize = GlobalReg::GetPackedRecordSize;
+  registry->imageSlots = &globalreg::kImageSlots;
 }
 
 void chooseFeatures(GlobalReg* registry) {

@@ -10,6 +10,7 @@
 #include "genreg/internal/operation.h"
 #include "globalreg/global_reg.h"
 #include "globalreg/internal/fields.h"
+#include "globalreg/internal/image.h"
 #include "platform/osse/memory.h"
 
 namespace {
@@ -17,35 +18,9 @@ namespace {
 using namespace globalreg;
 namespace status = genreg::status;
 
-constexpr std::size_t kLengthSize = sizeof(std::uint16_t);
-constexpr std::size_t kTrailerSize = sizeof(std::uint32_t);
-
 // Every image of known fields, and of a good many unknown ones, is built here without an
 // allocation.
 constexpr std::size_t kStackImage = 4096;
-
-constexpr std::uint64_t bitAt(unsigned index) {
-  return std::uint64_t{1} << index;
-}
-
-// The entries of an image, in bit order.
-class EntryReader {
- public:
-  explicit EntryReader(const unsigned char* image)
-      : mask_(fieldMask(image)), at_(image + kBodyOffset) {}
-
-  bool has(unsigned index) const { return (mask_ & bitAt(index)) != 0; }
-  std::size_t length() const { return readNumber<std::uint16_t>(at_); }
-  const unsigned char* bytes() const { return at_ + kLengthSize; }
-  // The entry as it lies, length included.
-  const unsigned char* raw() const { return at_; }
-  std::size_t rawSize() const { return kLengthSize + length(); }
-  void next() { at_ += rawSize(); }
-
- private:
-  std::uint64_t mask_;
-  const unsigned char* at_;
-};
 
 // Writes an image into a buffer. From the first piece that does not fit nothing more is written.
 class ImageWriter {
@@ -200,8 +175,9 @@ void takeEntry(unsigned char* record, const Field& field, const EntryReader& ent
   std::memcpy(record + field.offset, entry.bytes(), std::min(entry.length(), room));
 }
 
-// Fills a zeroed record from an image.
-void readImage(const unsigned char* image, const Layout& layout, unsigned char* record) {
+}  // namespace
+
+void globalreg::readImage(const unsigned char* image, const Layout& layout, unsigned char* record) {
   std::memcpy(record, image, kBodyOffset);
   EntryReader entry(image);
   for (unsigned index = 0; index < kFieldBits; ++index) {
@@ -214,8 +190,6 @@ void readImage(const unsigned char* image, const Layout& layout, unsigned char* 
   std::memcpy(record + kMissingOffset, &missing, sizeof missing);
   std::memcpy(record + kCheckSumOffset, entry.raw(), kTrailerSize);
 }
-
-}  // namespace
 
 int GlobalReg::PackRecord(void** record, void* previous) {
   genreg::Operation op(genreg::kGlobalRegPackRecord);

@@ -1,90 +1,124 @@
 // SPDX-License-Identifier: Apache-2.0
 // Get and GetNext of the binary store: the loop over frames until one matches.
 #include <cstring>
+#include <optional>
 
 #include "genreg/bin/bin_store.h"
 #include "genreg/bin/internal/frame_reader.h"
+#include "genreg/bin/internal/image_view.h"
 #include "genreg/internal/lookup.h"
 #include "genreg/internal/record_checks.h"
+#include "genreg/internal/scan_reader.h"
 
 using namespace genreg;
 
 namespace {
 
-// What a damaged packed record does to the caller's result.
-enum class OnDamage { kKeepResult, kClearResult };
-
 class BinSearch {
  public:
-  BinSearch(Operation& op, GenRegBin& store, unsigned long long mask, void* key, void* result,
-            OnDamage onDamage)
-      : store_(store),
-        reader_(op, store, status::no_scratch_memory, status::scratch_not_released),
-        mask_(mask),
-        key_(key),
-        result_(result),
-        onDamage_(onDamage) {}
+  BinSearch(GenRegBin& store, LookupKind kind, unsigned long long mask, void* key, void* result)
+      : store_(store), images_(store), kind_(kind), mask_(mask), key_(key), result_(result) {}
 
   void checkKey(Operation& op) { checkRecord(op, store_, mask_, key_); }
   void measure(Operation& op) { maxRecord_ = measureMaxRecord(op, store_); }
-  void allocate(Operation&) { reader_.allocate(500, maxRecord_); }
-  void release() { reader_.release(); }
+  void allocate(Operation& op);
+  void release();
   void clearResult() { std::memset(result_, 0, maxRecord_); }
   Found find(Operation& op);
 
  private:
+  bool isTaken(Operation& op);
+  bool isWhole() const {
+    return images_.examine(kGenRegImageWhole, reader_->frame(), reader_->frameLength()) != 0;
+  }
   bool isMatch(Operation& op);
-  void copyOut(Operation& op);
+  bool isLargeEnough(Operation& op);
 
   GenRegBin& store_;
-  FrameReader reader_;
+  const ImageView images_;
+  const LookupKind kind_;
   const unsigned long long mask_;
   void* const key_;
   void* const result_;
-  const OnDamage onDamage_;
   unsigned long maxRecord_ = 0;
+  FrameReader* reader_ = nullptr;
+  std::optional<FrameReader> own_;
 };
 
+// Where records can be told apart as they lie, the scratch record is taken when one cannot.
+void BinSearch::allocate(Operation& op) {
+  if (kind_ == LookupKind::kGetNext) {
+    reader_ = scanReaderOf<FrameReader>(op, store_);
+  } else {
+    reader_ = &own_.emplace(op, store_, status::no_scratch_memory, status::scratch_not_released);
+  }
+  if (reader_ == nullptr) return;
+  reader_->prepare(maxRecord_);
+  if (!images_.isAvailable()) reader_->allocate(500);
+}
+
+void BinSearch::release() {
+  if (own_.has_value()) {
+    own_->release();
+  } else if (reader_ != nullptr) {
+    reader_->reportTo(nullptr);
+  }
+}
+
 Found BinSearch::find(Operation& op) {
-  reader_.readFrom(store_.registryStream, store_.registrySize);
+  if (own_.has_value()) {
+    own_->cursor().readFrom(store_.registryStream, store_.firstRecord, store_.registrySize);
+  }
   for (;;) {
-    const GenRegStatus rc = reader_.next();
+    const GenRegStatus rc = reader_->next();
     if (rc == status::end_of_registry) return Found::kEnd;
     if (rc != status::ok) op.fail(510, status::read_failed, rc);
-    const bool match = !op.failed() && isMatch(op);
-    if (match) copyOut(op);
+    const bool taken = !op.failed() && isTaken(op);
     if (op.failed()) return Found::kFailed;
-    if (match) return Found::kMatch;
+    if (taken) return Found::kMatch;
   }
+}
+
+// Whether the frame's record agrees with the key; the caller has then got it.
+bool BinSearch::isTaken(Operation& op) {
+  const unsigned found = images_.examine(kGenRegImageDiffers | kGenRegImageAgrees, reader_->frame(),
+                                         reader_->frameLength(), mask_, key_);
+  if ((found & kGenRegImageDiffers) != 0) return false;
+  if ((found & kGenRegImageAgrees) != 0 && isWhole()) {
+    if (isLargeEnough(op)) images_.unpackTo(reader_->frame(), result_);
+    return true;
+  }
+  if (!isMatch(op)) return false;
+  if (isLargeEnough(op)) std::memcpy(result_, reader_->record(), maxRecord_);
+  return true;
 }
 
 bool BinSearch::isMatch(Operation& op) {
-  reader_.unpack(op);
-  if (!op.failed()) return matches(op, store_, mask_, reader_.record(), key_);
-  if (onDamage_ == OnDamage::kClearResult) clearResult();
+  reader_->load(op, status::read_failed);
+  if (op.failed()) return false;
+  reader_->unpack(op);
+  if (!op.failed()) return matches(op, store_, mask_, reader_->record(), key_);
+  if (kind_ == LookupKind::kGetNext) clearResult();
   return false;
 }
 
-void BinSearch::copyOut(Operation& op) {
-  if (maxRecord_ < kMinResultSize) {
-    op.fail(520, status::record_too_large);
-    return;
-  }
-  std::memcpy(result_, reader_.record(), maxRecord_);
+bool BinSearch::isLargeEnough(Operation& op) {
+  if (maxRecord_ < kMinResultSize) op.fail(520, status::record_too_large);
+  return !op.failed();
 }
 
 }  // namespace
 
 int GenRegBin::Get(unsigned long long mask, void* key, void* result) {
   Operation op(kGenRegBinGet, registryPath);
-  BinSearch search(op, *this, mask, key, result, OnDamage::kKeepResult);
+  BinSearch search(*this, LookupKind::kGet, mask, key, result);
   runGet(op, *this, search);
   return op.result();
 }
 
 int GenRegBin::GetNext(unsigned long long mask, void* key, void* result) {
   Operation op(kGenRegBinGetNext, registryPath);
-  BinSearch search(op, *this, mask, key, result, OnDamage::kClearResult);
+  BinSearch search(*this, LookupKind::kGetNext, mask, key, result);
   runGetNext(op, *this, search);
   return op.result();
 }

@@ -13,6 +13,33 @@
 
 #include "genreg/registry.h"
 
+// What a packed format can tell of a stored image without unpacking it. Bits that are not set mean
+// that only unpacking can tell.
+enum GenRegImageFinding : unsigned int {
+  kGenRegImageWhole = 0x1,    // it ends within its frame, and unpackRecord would take it
+  kGenRegImageStable = 0x2,   // unpacked and packed again it would have the same bytes
+  kGenRegImageDiffers = 0x4,  // matchRecord would find that it does not agree with the key
+  kGenRegImageAgrees = 0x8    // matchRecord would find that it agrees
+};
+
+// A packed format's way round unpacking, for records that a lookup passes over or an update only
+// carries along. It must say what the format's slots would: it is used only while the object still
+// has the slots named here, so whoever replaces one of them need not know of it.
+struct GenRegImageSlots {
+  GenRegBase::MatchRecordSlot matchRecord;
+  GenRegFile::GetMaxRecordSizeSlot getMaxRecordSize;
+  int (*packRecord)(void** record, void* previous);
+  int (*unpackRecord)(void** packed);
+  int (*getPackedRecordSize)(void* packed, unsigned long* size);
+  // GenRegImageFinding bits of the image of `length` bytes, of which at most those in `wanted`
+  // need to be found out. Agreement is with `key` on the fields in `mask`; key may be null when it
+  // is not wanted.
+  unsigned int (*examine)(unsigned int wanted, const void* image, unsigned long length,
+                          unsigned long long mask, const void* key);
+  // Unpacks a whole image into `record`, getMaxRecordSize bytes that lie elsewhere.
+  void (*unpackTo)(const void* image, void* record);
+};
+
 class VRXGENREG_API GenRegBin : public GenRegFile {
  public:
   // Lays the record that *record points to out in its packed form, over the same buffer, which must
@@ -91,4 +118,6 @@ class VRXGENREG_API GenRegBin : public GenRegFile {
   PackRecordSlot packRecord = nullptr;
   UnpackRecordSlot unpackRecord = nullptr;
   GetPackedRecordSizeSlot getPackedRecordSize = nullptr;
+  // Optional; a format's constant.
+  const GenRegImageSlots* imageSlots = nullptr;
 };

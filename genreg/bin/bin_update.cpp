@@ -6,6 +6,7 @@
 
 #include "genreg/bin/bin_store.h"
 #include "genreg/bin/internal/frame_reader.h"
+#include "genreg/bin/internal/image_view.h"
 #include "genreg/internal/record_checks.h"
 #include "genreg/internal/update.h"
 #include "platform/osse/files.h"
@@ -18,31 +19,37 @@ namespace {
 // What becomes of a stored record.
 enum class Verdict { kKeep, kReplace, kDrop };
 
-// What the three operations share: the caller's mask, the reader of stored frames with the image of
-// the frame just read, and the loop.
+// What the three operations share: the caller's mask, the reader of stored frames, and the loop.
+//
+// A frame that stays as it is stays where it lies in memory, too, until the run of such frames is
+// written in one piece.
 class BinEdit {
  public:
   BinEdit(Operation& op, GenRegBin& store, unsigned long long mask)
       : store_(store),
+        images_(store),
         mask_(mask),
         reader_(op, store, status::no_scratch_memory, status::scratch_not_released),
-        image_(op, status::no_scratch_memory, status::scratch_not_released),
         given_(op, store, status::no_scratch_memory, status::scratch_not_released) {}
 
   bool keeps(const Operation& op) const { return !op.failed(); }
   void release() {
     given_.release();
-    image_.release();
     reader_.release();
   }
 
  protected:
-  // Copies every stored frame into the temporary copy, as `edit.judge(op)` decides for each.
+  // Copies every stored frame into the temporary copy, as `edit.judge(op)` decides for each that
+  // may agree with `compared`; null when none is compared.
   template <class Edit>
-  void copyFrames(Operation& op, Edit& edit);
-  bool readStored(Operation& op);
+  void copyFrames(Operation& op, Edit& edit, void* compared);
+  void allocateReader(unsigned probe);
+  bool stepToStored(Operation& op);
+  bool isCarried(void* compared) const;
+  void loadStored(Operation& op);
+  void carry();
+  void writeRun(Operation& op);
   void writeVerdict(Operation& op, Verdict verdict, void* replacement);
-  void keepPlainFrame(Operation& op);
   void prepareGiven(Operation& op, void* record);
   bool storedMatches(Operation& op, void* record) {
     return matches(op, store_, mask_, reader_.record(), record);
@@ -53,56 +60,86 @@ class BinEdit {
   }
 
   GenRegBin& store_;
+  const ImageView images_;
   const unsigned long long mask_;
   unsigned long maxRecord_ = 0;
   FrameReader reader_;
-  ScratchBuffer image_;  // the frame just read, as it is stored
-  RecordBlock given_;    // the caller's record, which itself is never written to
+  RecordBlock given_;  // the caller's record, which itself is never written to
   unsigned long givenSize_ = 0;
   unsigned long matchCount_ = 0;
+
+ private:
+  const unsigned char* run_ = nullptr;  // frames to be written, length fields included
+  unsigned long runLength_ = 0;
 };
 
-// Reads the next stored record into the reader and its image. False at the end, or on a failure.
-bool BinEdit::readStored(Operation& op) {
+void BinEdit::allocateReader(unsigned probe) {
+  reader_.prepare(maxRecord_);
+  if (!images_.isAvailable()) reader_.allocate(probe);
+}
+
+// Steps to the next stored frame. False at the end, or on a failure.
+bool BinEdit::stepToStored(Operation& op) {
+  if (!reader_.isNextInMemory()) writeRun(op);
+  if (op.failed()) return false;
   const GenRegStatus rc = reader_.next();
-  if (rc == status::end_of_registry) return false;
-  if (rc != status::ok) {
-    op.fail(610, status::read_failed, rc);
-    return false;
-  }
-  if (!image_.reserve(611, reader_.frameLength())) return false;
-  std::memcpy(image_.block(), reader_.frame(), reader_.frameLength());
-  reader_.unpack(op);
-  return !op.failed();
+  if (rc != status::ok && rc != status::end_of_registry) op.fail(610, status::read_failed, rc);
+  return rc == status::ok;
+}
+
+// Whether the frame is not concerned, and would come out of unpacking and packing as it is.
+bool BinEdit::isCarried(void* compared) const {
+  const unsigned needed =
+      kGenRegImageStable | (compared != nullptr ? kGenRegImageDiffers : GenRegImageFinding{});
+  const unsigned found =
+      images_.examine(needed, reader_.frame(), reader_.frameLength(), mask_, compared);
+  return (found & needed) == needed;
+}
+
+void BinEdit::loadStored(Operation& op) {
+  reader_.load(op, status::read_failed);
+  if (!op.failed()) reader_.unpack(op);
 }
 
 template <class Edit>
-void BinEdit::copyFrames(Operation& op, Edit& edit) {
-  reader_.readFrom(store_.registryStream, store_.registrySize);
-  while (readStored(op)) {
-    const Verdict verdict = edit.judge(op);
+void BinEdit::copyFrames(Operation& op, Edit& edit, void* compared) {
+  reader_.cursor().readFrom(store_.registryStream, store_.firstRecord, store_.registrySize);
+  while (stepToStored(op)) {
+    if (isCarried(compared)) {
+      carry();
+      continue;
+    }
+    loadStored(op);
+    const Verdict verdict = op.failed() ? Verdict::kKeep : edit.judge(op);
     if (!op.failed()) writeVerdict(op, verdict, edit.secondRecord());
-    if (op.failed()) return;
+    if (op.failed()) break;
   }
+  writeRun(op);  // an abandoned copy, too, has what comes before the end
+}
+
+// Adds the frame to the run, which is written before the frame can move.
+void BinEdit::carry() {
+  if (runLength_ == 0) run_ = reader_.frame() - kLengthFieldSize;
+  runLength_ += kLengthFieldSize + reader_.frameLength();
+}
+
+void BinEdit::writeRun(Operation& op) {
+  if (runLength_ == 0) return;
+  const bool written = std::fwrite(run_, 1, runLength_, store_.temporaryStream) == runLength_;
+  runLength_ = 0;
+  if (written) return;
+  Operation write(kGenRegBinWriteRecord, store_.registryPath);
+  op.fail(620, status::copy_write_failed, write.fail(13, status::body_write_failed));
 }
 
 // A plain frame is kept to the byte, whatever its length.
-void BinEdit::keepPlainFrame(Operation& op) {
-  Operation write(kGenRegBinWriteRecord, store_.registryPath);
-  writeFrameBytes(write, store_.temporaryStream, lengthOrderOf(store_), image_.block(),
-                  reader_.frameLength());
-  if (write.failed()) op.fail(620, status::copy_write_failed, write.status());
-}
-
 void BinEdit::writeVerdict(Operation& op, Verdict verdict, void* replacement) {
-  if (verdict == Verdict::kDrop) return;
   const bool packed = store_.isFeatureSet(kGenRegPacked);
-  if (verdict == Verdict::kKeep && !packed) {
-    keepPlainFrame(op);
-    return;
-  }
+  if (verdict == Verdict::kKeep && !packed) return carry();
+  writeRun(op);
+  if (op.failed() || verdict == Verdict::kDrop) return;
   if (packed && verdict == Verdict::kReplace) reader_.takeIn(replacement, givenSize_);
-  reader_.pack(op, image_.block());
+  reader_.pack(op, reader_.frame());
   if (op.failed()) return;
   void* record = packed ? reader_.record() : replacement;
   const GenRegStatus rc = statusOf(store_.WriteRecord(store_.temporaryStream, record));
@@ -116,7 +153,8 @@ void BinEdit::prepareGiven(Operation& op, void* record) {
     const GenRegStatus rc = statusOf(store_.getRecordSize(record, &givenSize_));
     if (rc != status::ok || givenSize_ > maxRecord_) givenSize_ = maxRecord_;
   }
-  given_.allocate(630, maxRecord_);
+  given_.prepare(maxRecord_);
+  given_.allocate(630);
   if (!op.failed()) given_.takeIn(record, givenSize_);
 }
 
@@ -135,7 +173,7 @@ class BinAdd : public BinEdit {
 
   void prepare(Operation& op);
   void allocate(Operation& op) {
-    reader_.allocate(700, maxRecord_);
+    allocateReader(700);
     if (!op.failed()) prepareGiven(op, added_);
   }
   void rewrite(Operation& op);
@@ -168,7 +206,8 @@ void BinAdd::rewrite(Operation& op) {
     op.fail(720, status::no_file_info, rc);
     return;
   }
-  if (info.size != 0 && !appendsInPlace()) copyFrames(op, *this);
+  const bool duplicates = store_.isFeatureSet(kGenRegDuplicates);
+  if (info.size != 0 && !appendsInPlace()) copyFrames(op, *this, duplicates ? nullptr : added_);
   if (!op.failed()) append(op);
 }
 
@@ -184,7 +223,7 @@ Verdict BinAdd::judge(Operation& op) {
 
 void BinAdd::append(Operation& op) {
   FILE* output = appendsInPlace() ? store_.registryStream : store_.temporaryStream;
-  if (fseeko(output, 0, SEEK_END) != 0) {
+  if (appendsInPlace() && fseeko(output, 0, SEEK_END) != 0) {  // a copy stands at its end
     op.fail(740, status::seek_end_failed);
     return;
   }
@@ -211,11 +250,11 @@ class BinChange : public BinEdit {
     if (!op.failed()) maxRecord_ = measureMaxRecord(op, store_);
   }
   void allocate(Operation& op) {
-    reader_.allocate(800, maxRecord_);
+    allocateReader(800);
     if (!op.failed()) prepareGiven(op, newRecord_);
   }
   void rewrite(Operation& op) {
-    copyFrames(op, *this);
+    copyFrames(op, *this, key_);
     checkAnyMatch(op);
   }
   GenRegStatus verify(Operation&) {
@@ -262,9 +301,9 @@ class BinDelete : public BinEdit {
     checkRecord(op, store_, mask_, key_);
     if (!op.failed()) maxRecord_ = measureMaxRecord(op, store_);
   }
-  void allocate(Operation&) { reader_.allocate(900, maxRecord_); }
+  void allocate(Operation&) { allocateReader(900); }
   void rewrite(Operation& op) {
-    copyFrames(op, *this);
+    copyFrames(op, *this, key_);
     checkAnyMatch(op);
   }
   GenRegStatus verify(Operation&) {

@@ -211,10 +211,7 @@ TEST_F(BinUpdateFaults, RegistryWhoseSizeIsUnknownIsNotAddedTo) {
 }
 
 TEST_F(BinUpdateFaults, FrameThatCannotBeReadIsReported) {
-  for (const int nth : {1, 2, 3, 4, 5}) {
-    expectAll(Call::kFread, nth, EIO, status::read_failed);
-    if (HasFailure()) return;
-  }
+  expectAll(Call::kFread, 1, EIO, status::read_failed);
 }
 
 TEST_F(BinUpdateFaults, DamagedFrameFailsEveryUpdateThoughItsMatchComesFirst) {
@@ -226,7 +223,7 @@ TEST_F(BinUpdateFaults, DamagedFrameFailsEveryUpdateThoughItsMatchComesFirst) {
   EXPECT_EQ(contents(), plainFrame("b", 2) + std::string(5, '\x7F'));
 }
 
-TEST_F(BinUpdateFaults, NoMemoryForTheStoredImageIsReported) {
+TEST_F(BinUpdateFaults, NoMemoryForTheBlockIsAReadError) {
   int opening = 0;
   {
     const CallCount all(Call::kMemAlloc);
@@ -236,21 +233,20 @@ TEST_F(BinUpdateFaults, NoMemoryForTheStoredImageIsReported) {
   }
   // One work buffer for Delete, a second one for the new record of Add and Change.
   const FailCall fault(Call::kMemAlloc, opening + 2, ENOMEM);
-  EXPECT_EQ(goodDelete(), status::no_scratch_memory);
+  EXPECT_EQ(goodDelete(), status::read_failed);
   const FailCall second(Call::kMemAlloc, opening + 3, ENOMEM);
-  EXPECT_EQ(goodChange(), status::no_scratch_memory);
+  EXPECT_EQ(goodChange(), status::read_failed);
   EXPECT_EQ(contents(), two_);
   EXPECT_TRUE(lockIsFree(files_.registry));
 }
 
 TEST_F(BinUpdateFaults, CopyThatCannotBeWrittenIsReported) {
   expectAll(Call::kFwrite, 1, ENOSPC, status::copy_write_failed);
-  expectAll(Call::kFwrite, 2, ENOSPC, status::copy_write_failed);
 }
 
 TEST_F(BinUpdateFaults, NewRecordThatCannotBeWrittenIsReported) {
   const NothingKept watch;
-  for (const int nth : {5, 6}) {
+  for (const int nth : {2, 3}) {  // behind the run of what is kept
     const FailCall fault(Call::kFwrite, nth, ENOSPC);
     EXPECT_EQ(goodAdd(), status::record_write_failed);
     EXPECT_EQ(contents(), two_);
@@ -265,16 +261,11 @@ TEST_F(BinUpdateFaults, RecordWithoutAUsableSizeIsNotWritten) {
   EXPECT_EQ(contents(), plainFrame("a", 1));
 }
 
-TEST_F(BinUpdateFaults, CopyThatCannotBePositionedAtItsEndIsReported) {
-  int opening = 0;
-  {
-    const CallCount all(Call::kFseeko);
-    ASSERT_EQ(registry_.OpenReg(kGenRegAdd), 0U);
-    opening = all.calls();
-    ASSERT_EQ(registry_.CloseReg(kGenRegRead), 0U);
-  }
+// A copy stands at its end already.
+TEST_F(BinUpdateFaults, RegistryThatCannotBePositionedAtItsEndIsReported) {
+  registry_.features = kGenRegDuplicates;
   const NothingKept watch;
-  const FailCall fault(Call::kFseeko, opening + 1, EIO);
+  const FailCall fault(Call::kFseeko, 1, EIO);
   EXPECT_EQ(goodAdd(), status::seek_end_failed);
   EXPECT_EQ(contents(), two_);
 }

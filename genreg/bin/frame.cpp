@@ -11,18 +11,6 @@
 namespace genreg {
 namespace {
 
-constexpr unsigned long kLengthFieldSize = 4;
-
-unsigned int decodeLength(signed char (&field)[kLengthFieldSize], LengthOrder order) {
-  unsigned int length = 0;
-  if (order == LengthOrder::kBigEndian) {
-    (void)fromBigEndianUint32(field, &length);  // fails for null pointers only
-    return length;
-  }
-  std::memcpy(&length, field, sizeof length);
-  return length;
-}
-
 void encodeLength(signed char (&field)[kLengthFieldSize], LengthOrder order, unsigned int length) {
   if (order == LengthOrder::kBigEndian) {
     (void)toBigEndianUint32(field, length);  // fails for null pointers only
@@ -31,24 +19,35 @@ void encodeLength(signed char (&field)[kLengthFieldSize], LengthOrder order, uns
   std::memcpy(field, &length, sizeof length);
 }
 
-// No frame is read into memory before it is known to lie within its file.
-void checkFrameEnd(Operation& op, const FrameSource& source, unsigned long length) {
-  const off_t position = ftello(source.stream);
-  if (position >= 0 && static_cast<std::uint64_t>(position) + length <= source.fileSize) return;
-  op.explain(4, status::frame_past_end, "position", static_cast<unsigned long long>(position));
-  op.explain(5, status::frame_past_end, "length", length);
-  op.explain(6, status::frame_past_end, "file size", source.fileSize);
-  op.fail(7, status::frame_past_end);
+}  // namespace
+
+unsigned int decodeLength(const void* field, LengthOrder order) {
+  unsigned int length = 0;
+  std::memcpy(&length, field, sizeof length);
+  if (order == LengthOrder::kHost) return length;
+  signed char bytes[kLengthFieldSize];
+  std::memcpy(bytes, field, sizeof bytes);
+  (void)fromBigEndianUint32(bytes, &length);  // fails for null pointers only
+  return length;
 }
 
-}  // namespace
+// A position that is not known is beyond every file.
+void checkFrameEnd(Operation& op, unsigned long long position, unsigned long length,
+                   unsigned long long fileSize) {
+  if (position <= fileSize && length <= fileSize - position) return;
+  op.explain(4, status::frame_past_end, "position", position);
+  op.explain(5, status::frame_past_end, "length", length);
+  op.explain(6, status::frame_past_end, "file size", fileSize);
+  op.fail(7, status::frame_past_end);
+}
 
 void readFrameLength(Operation& op, const FrameSource& source, unsigned long* length) {
   signed char field[kLengthFieldSize] = {};
   const std::size_t got = std::fread(field, 1, sizeof field, source.stream);
   *length = decodeLength(field, source.order);
   if (got == sizeof field) {
-    checkFrameEnd(op, source, *length);
+    checkFrameEnd(op, static_cast<unsigned long long>(ftello(source.stream)), *length,
+                  source.fileSize);
   } else if (std::ferror(source.stream) != 0) {
     op.fail(1, status::length_read_failed);
   } else if (got == 0) {

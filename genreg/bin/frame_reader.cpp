@@ -1,11 +1,47 @@
 // SPDX-License-Identifier: Apache-2.0
-// The frame reader and the growth of its block.
+// The frame reader where it meets the end of its block, and the growth of its record's block.
 #include "genreg/bin/internal/frame_reader.h"
 
-#include "genreg/internal/features.h"
+#include <limits>
+
 #include "platform/osse/memory.h"
 
 namespace genreg {
+namespace {
+
+using Step = BlockCursor::Step;
+
+// Makes the length field available. Concludes or fails `op` as readFrameLength does.
+void wantLength(Operation& op, BlockCursor& cursor) {
+  switch (cursor.want(kLengthFieldSize)) {
+    case Step::kReady:
+      return;
+    case Step::kEnd:
+      if (cursor.available() == 0 && cursor.left() == 0) {
+        op.conclude(status::end_of_registry);
+        return;
+      }
+      op.fail(30, status::frame_past_end);
+      return;
+    case Step::kUnread:
+      op.fail(31, status::length_read_failed);
+      return;
+    case Step::kNoMemory:
+      op.fail(32, status::no_record_memory);
+      return;
+  }
+}
+
+// Makes a frame available that lies within its file.
+void wantFrame(Operation& op, BlockCursor& cursor, unsigned long length) {
+  constexpr auto kMost = std::numeric_limits<std::size_t>::max() - kLengthFieldSize;
+  const Step step = length <= kMost ? cursor.want(kLengthFieldSize + length) : Step::kNoMemory;
+  if (step == Step::kReady) return;
+  op.explain(33, status::body_read_failed, "length", length);
+  op.fail(34, step == Step::kNoMemory ? status::no_record_memory : status::body_read_failed);
+}
+
+}  // namespace
 
 void growBlock(Operation& op, void** block, unsigned long capacity) {
   if (*block != nullptr && ossMemCapacity(*block) >= capacity) return;
@@ -24,23 +60,37 @@ void growBlock(Operation& op, void** block, unsigned long capacity) {
   *block = larger;
 }
 
-LengthOrder lengthOrderOf(const GenRegBin& store) {
-  return hasFeature(store, kGenRegBigEndian) ? LengthOrder::kBigEndian : LengthOrder::kHost;
-}
-
-void FrameReader::readFrom(FILE* stream, unsigned long long fileSize) {
-  source_ = {stream, fileSize, lengthOrderOf(store_)};
-}
-
-GenRegStatus FrameReader::next() {
+// A frame that cannot be read is stepped over as far as it was read, so that a scan that goes on
+// does not meet it again.
+GenRegStatus FrameReader::nextFromStream() {
   Operation op(kGenRegBinReadRecord, store_.registryPath);
-  unsigned long length = 0;
-  readFrameLength(op, source_, &length);
-  if (!op.failed()) growBlock(op, block_.address(), roomFor(length));
-  if (op.failed()) return op.status();
-  holdStored(length);
-  readFrameBody(op, source_.stream, block_.block(), length);
+  wantLength(op, cursor_);
+  if (op.failed()) {
+    cursor_.skip(cursor_.available());
+    return op.status();
+  }
+  const unsigned long length = decodeLength(cursor_.bytes(), lengthOrderOf(store_));
+  const unsigned long long left = cursor_.left();
+  const auto end = static_cast<unsigned long long>(cursor_.position()) + left;
+  checkFrameEnd(op, end - left + kLengthFieldSize, length, end);
+  if (!op.failed()) {
+    wantFrame(op, cursor_, length);
+    if (!op.failed()) return take(length);
+    cursor_.skip(cursor_.available());
+    return op.status();
+  }
+  cursor_.skip(kLengthFieldSize);
   return op.status();
+}
+
+void FrameReader::load(Operation& op, GenRegStatus failure) {
+  Operation read(kGenRegBinReadRecord, store_.registryPath);
+  growBlock(read, block_.address(), roomFor(frameLength_));
+  if (read.failed()) {
+    op.fail(35, failure, read.status());
+    return;
+  }
+  takeStored(frame_, frameLength_);
 }
 
 }  // namespace genreg

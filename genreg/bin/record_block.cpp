@@ -28,9 +28,8 @@ unsigned long RecordBlock::roomFor(unsigned long length) const {
   return length < kNoRoom - besides ? length + besides : kNoRoom;  // a length may be near 4 GiB
 }
 
-void RecordBlock::allocate(unsigned probe, unsigned long maxRecord) {
-  maxRecord_ = maxRecord;
-  if (block_.reserve(probe, roomFor(maxRecord))) record_ = block_.block();
+void RecordBlock::allocate(unsigned probe) {
+  if (block_.reserve(probe, roomFor(maxRecord_))) record_ = block_.block();
 }
 
 void RecordBlock::holdStored(unsigned long length) {
@@ -38,6 +37,11 @@ void RecordBlock::holdStored(unsigned long length) {
   used_ = length;
   length_ = length;
   record_ = block_.block();
+}
+
+void RecordBlock::takeStored(const void* image, unsigned long length) {
+  holdStored(length);
+  std::memcpy(block_.block(), image, length);
 }
 
 void RecordBlock::takeIn(const void* record, unsigned long size) {

@@ -21,6 +21,7 @@ struct GenRegBinVarValRecord {
 };
 
 static_assert(sizeof(GenRegBinVarValRecord) == 36);
+static_assert(offsetof(GenRegBinVarValRecord, variable) == 0);
 static_assert(offsetof(GenRegBinVarValRecord, value) == 16);
 static_assert(offsetof(GenRegBinVarValRecord, comment) == 20);
 

@@ -82,6 +82,16 @@ bool isMissing(unsigned long long mask, unsigned long long field, const char* te
   return (mask & field) != 0 && text == nullptr;
 }
 
+// A key that is a comment only is compared by its comment.
+const char* requiredText(unsigned long long mask, const void* key) {
+  const auto& wanted = *static_cast<const GenRegInitTabRecord*>(key);
+  const bool named = (mask & kInitTabId) != 0 && (wanted.flags & kInitTabHasEntry) != 0;
+  return named ? unparsedText(wanted.id) : nullptr;
+}
+
+constexpr GenRegLineSlots kLineSlots = {GenRegInitTab::MatchRecord, GenRegInitTab::ParseLine,
+                                        requiredText};
+
 // The entry fields of the mask agree.
 bool sameEntry(unsigned long long mask, const GenRegInitTabRecord& a,
                const GenRegInitTabRecord& b) {
@@ -101,6 +111,7 @@ GenRegInitTab::GenRegInitTab() {
   getMaxRecordSize = &GenRegInitTab::GetMaxRecordSize;
   formatLine = &GenRegInitTab::FormatLine;
   parseLine = &GenRegInitTab::ParseLine;
+  lineSlots = &kLineSlots;
   (void)setFeature(kGenRegVerifyCommit);  // both are in range
   (void)setFeature(kGenRegJoinLines);
 }

@@ -3,6 +3,8 @@
 // docs/text-formats.md tells the syntax and what survives an update.
 #pragma once
 
+#include <cstddef>
+
 #include "genreg/text/text_store.h"
 
 // Bits of GenRegInitTabRecord::flags. Neither bit stands for a blank line.
@@ -27,7 +29,14 @@ struct GenRegInitTabRecord {
   char* command;
 };
 
-static_assert(sizeof(void*) != 4 || sizeof(GenRegInitTabRecord) == 2072);
+// The layout in 32-bit and 64-bit builds: 2072 and 2096 bytes.
+static_assert(offsetof(GenRegInitTabRecord, comment) == kGenRegLineSize);
+static_assert(offsetof(GenRegInitTabRecord, flags) == kGenRegLineSize + sizeof(char*));
+static_assert(offsetof(GenRegInitTabRecord, runlevel) == kGenRegLineSize + 2 * sizeof(char*));
+static_assert(offsetof(GenRegInitTabRecord, id) == kGenRegLineSize + 3 * sizeof(char*));
+static_assert(offsetof(GenRegInitTabRecord, action) == kGenRegLineSize + 4 * sizeof(char*));
+static_assert(offsetof(GenRegInitTabRecord, command) == kGenRegLineSize + 5 * sizeof(char*));
+static_assert(sizeof(GenRegInitTabRecord) == (sizeof(char*) == 4 ? 2072 : 2096));
 
 // Continuation lines are joined (feature 0x80); updates are verified before they are committed
 // (feature 0x1).

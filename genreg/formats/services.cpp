@@ -21,6 +21,16 @@ bool sameComment(const GenRegServicesRecord& a, const GenRegServicesRecord& b) {
   return std::strcmp(a.comment, b.comment) == 0;
 }
 
+// Two comments are compared whatever the mask.
+const char* requiredText(unsigned long long mask, const void* key) {
+  const auto& wanted = *static_cast<const GenRegServicesRecord*>(key);
+  const bool named = (mask & kServicesName) != 0 && wanted.flags != kServicesHasComment;
+  return named ? unparsedText(wanted.name) : nullptr;
+}
+
+constexpr GenRegLineSlots kLineSlots = {GenRegServices::MatchRecord, GenRegServices::ParseLine,
+                                        requiredText};
+
 void printField(const char* label, const char* text) {
   if (text == nullptr) {
     std::printf("   %s = NULL\n", label);
@@ -44,6 +54,7 @@ GenRegServices::GenRegServices(char* path, unsigned int* status) {
   getMaxRecordSize = &GenRegServices::GetMaxRecordSize;
   formatLine = &GenRegServices::FormatLine;
   parseLine = &GenRegServices::ParseLine;
+  lineSlots = &kLineSlots;
   (void)setFeature(kGenRegVerifyCommit);  // is in range
 }
 

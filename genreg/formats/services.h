@@ -3,6 +3,8 @@
 // docs/text-formats.md tells the syntax and what survives an update.
 #pragma once
 
+#include <cstddef>
+
 #include "genreg/text/text_store.h"
 
 // Bits of GenRegServicesRecord::flags.
@@ -32,7 +34,15 @@ struct GenRegServicesRecord {
   char* aliasTable[kServicesAliasTableSize];
 };
 
-static_assert(sizeof(void*) != 4 || sizeof(GenRegServicesRecord) == 2584);
+// The layout in 32-bit and 64-bit builds: 2584 and 3120 bytes.
+static_assert(offsetof(GenRegServicesRecord, comment) == sizeof(char*));
+static_assert(offsetof(GenRegServicesRecord, name) == 2 * sizeof(char*));
+static_assert(offsetof(GenRegServicesRecord, aliases) == 3 * sizeof(char*));
+static_assert(offsetof(GenRegServicesRecord, port) == 4 * sizeof(char*));
+static_assert(offsetof(GenRegServicesRecord, protocol) == 5 * sizeof(char*));
+static_assert(offsetof(GenRegServicesRecord, line) == 6 * sizeof(char*));
+static_assert(offsetof(GenRegServicesRecord, aliasTable) == 6 * sizeof(char*) + kGenRegLineSize);
+static_assert(sizeof(GenRegServicesRecord) == (sizeof(char*) == 4 ? 2584 : 3120));
 
 // One line a service and protocol is assumed by nobody: which records are duplicates is the
 // caller's mask to say. Updates are verified before they are committed (feature 0x1).

@@ -8,6 +8,8 @@
 //     if (status == 0 && profile.GetSintValue("DIAG", &level)) ...
 #pragma once
 
+#include <cstddef>
+
 #include "genreg/text/text_store.h"
 
 // Bits of GenRegVarValRecord::contents. Neither bit stands for a blank line.
@@ -28,7 +30,12 @@ struct GenRegVarValRecord {
   char line[kGenRegLineSize];
 };
 
-static_assert(sizeof(void*) != 4 || sizeof(GenRegVarValRecord) == 2064);
+// The layout in 32-bit and 64-bit builds: 2064 and 2080 bytes.
+static_assert(offsetof(GenRegVarValRecord, comment) == sizeof(char*));
+static_assert(offsetof(GenRegVarValRecord, variable) == 2 * sizeof(char*));
+static_assert(offsetof(GenRegVarValRecord, value) == 3 * sizeof(char*));
+static_assert(offsetof(GenRegVarValRecord, line) == 4 * sizeof(char*));
+static_assert(sizeof(GenRegVarValRecord) == (sizeof(char*) == 4 ? 2064 : 2080));
 
 // Several lines may give one variable (feature 0x2): Add does not look for it, Change and Delete
 // act on every match. Updates are verified before they are committed (feature 0x1).

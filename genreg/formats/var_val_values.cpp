@@ -7,11 +7,20 @@
 
 #include "genreg/formats/var_val.h"
 #include "genreg/internal/operation.h"
+#include "genreg/text/internal/line_builder.h"
 #include "platform/osse/strings.h"
 
 using namespace genreg;
 
 namespace {
+
+const char* requiredText(unsigned long long mask, const void* key) {
+  if ((mask & kVarValVariable) == 0) return nullptr;
+  return unparsedText(static_cast<const GenRegVarValRecord*>(key)->variable);
+}
+
+constexpr GenRegLineSlots kLineSlots = {GenRegVarVal::MatchRecord, GenRegVarVal::ParseLine,
+                                        requiredText};
 
 template <class Number>
 constexpr Number kMost = std::numeric_limits<Number>::max();
@@ -62,6 +71,7 @@ GenRegVarVal::GenRegVarVal(const char* path, unsigned int* status) : found_{} {
   getMaxRecordSize = &GenRegVarVal::GetMaxRecordSize;
   formatLine = &GenRegVarVal::FormatLine;
   parseLine = &GenRegVarVal::ParseLine;
+  lineSlots = &kLineSlots;
   if (rc != status::ok) return;
   (void)setFeature(kGenRegVerifyCommit);  // both are in range
   (void)setFeature(kGenRegDuplicates);

@@ -17,10 +17,14 @@ class ScratchBuffer {
  public:
   // The codes under which `op` reports that memory cannot be had, or given back.
   ScratchBuffer(Operation& op, GenRegStatus noMemory, GenRegStatus notReleased)
-      : op_(op), noMemory_(noMemory), notReleased_(notReleased) {}
+      : op_(&op), noMemory_(noMemory), notReleased_(notReleased) {}
   ~ScratchBuffer() { release(); }
   ScratchBuffer(const ScratchBuffer&) = delete;
   ScratchBuffer& operator=(const ScratchBuffer&) = delete;
+
+  // For a block that outlives the operation: reports to another one from now on, or with null to
+  // nobody. Only a release may be reported to nobody.
+  void reportTo(Operation* op) { op_ = op; }
 
   // Makes the block at least `capacity` bytes long. Growing it loses its contents: the new block is
   // zero-filled. False when that fails, which `op` then reports.
@@ -35,7 +39,7 @@ class ScratchBuffer {
   void** address() { return &block_; }
 
  private:
-  Operation& op_;
+  Operation* op_;
   const GenRegStatus noMemory_;
   const GenRegStatus notReleased_;
   void* block_ = nullptr;

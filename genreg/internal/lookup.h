@@ -6,10 +6,10 @@
 //
 //     void checkKey(Operation&)   the slot for it, then the caller's key
 //     void measure(Operation&)    the size of the largest record
-//     void allocate(Operation&)   scratch memory
+//     void allocate(Operation&)   its reader: one of its own for Get, the scan's for GetNext
 //     Found find(Operation&)      reads records until one matches, and copies it out
 //     void clearResult()          zeroes the caller's result record
-//     void release()              gives the scratch memory back
+//     void release()              gives back what allocate took
 #pragma once
 
 #include "genreg/internal/guards.h"
@@ -21,6 +21,9 @@ namespace genreg {
 // How a record loop ended: with a match, at the end of the file, or with a failure of the
 // operation.
 enum class Found { kMatch, kEnd, kFailed };
+
+// Which of the two a search is for.
+enum class LookupKind { kGet, kGetNext };
 
 // Get: checks, opens the registry or borrows an open scan, finds the first match, gives all back.
 template <class Search>

@@ -20,6 +20,9 @@ inline bool isUpdate(unsigned mode) {
 // anew.
 bool appendsInPlace(const GenRegFile& registry);
 
+// Whether the path leads to anything.
+bool fileExists(const char* path);
+
 // Makes sure that the directory of `path` exists, creating it (0755) when missing. Fails `op` with
 // 0x90000512 or with the code of the directory's name.
 void ensureDirectoryOf(Operation& op, const char* path);
@@ -29,6 +32,9 @@ struct StreamRequest {
   unsigned lockType = kOssLockShared;
   unsigned access = kOssAccessRead;
   unsigned options = kOssOpenExisting;
+  // Readers, who may be at a link, look where it leads before they follow it. Links are rare: a
+  // file that is opened at once saves the looking.
+  bool resolvesLink = false;
   // Mode 4 on a missing file: when a reader has created and locked it in between, an exclusive lock
   // would wait for that reader; a copying update is as well served by the shared lock.
   bool sharedWhenBusy = false;
@@ -36,7 +42,7 @@ struct StreamRequest {
 
 // Opens, locks and wraps the registry file as the registry stream, positioned at its start (at its
 // end with append access), and takes its size. Fails `op` with 0x900001BF or 0x90000272 (0x90000513
-// when the file has vanished); no stream is then open.
+// when there is none and it is not to be created); no stream is then open.
 void openRegistryStream(Operation& op, GenRegFile& registry, const StreamRequest& request);
 
 // What the temporary copy is opened for.

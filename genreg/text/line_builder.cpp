@@ -44,4 +44,9 @@ bool sameText(const char* a, const char* b) {
   return std::strcmp(textOf(a), textOf(b)) == 0;
 }
 
+const char* unparsedText(const char* text) {
+  if (text == nullptr || *text == '\0') return nullptr;
+  return std::strpbrk(text, " \t\r\n") == nullptr ? text : nullptr;
+}
+
 }  // namespace genreg

@@ -2,59 +2,100 @@
 // The walk from physical text to a logical line.
 #include "genreg/text/internal/line_reader.h"
 
+#include <algorithm>
 #include <cstring>
 
 namespace genreg {
 namespace {
 
-bool isAtEnd(FILE* file) {
-  const int next = getc_unlocked(file);
-  if (next == EOF) return true;
-  (void)std::ungetc(next, file);  // one byte always fits
-  return false;
-}
+// Text of a stream that is read byte by byte.
+class StreamText {
+ public:
+  explicit StreamText(FILE* file) : file_(file) {}
 
-// Reads up to and including a newline, at most `size` - 1 bytes, and terminates them.
-unsigned long readPhysical(char* to, unsigned long size, FILE* file) {
-  unsigned long length = 0;
-  while (length + 1 < size) {
-    const int byte = getc_unlocked(file);
-    if (byte == EOF) break;
-    to[length++] = static_cast<char>(byte);
-    if (byte == '\n') break;
+  bool isAtEnd() {
+    const int next = getc_unlocked(file_);
+    if (next == EOF) return true;
+    (void)std::ungetc(next, file_);  // one byte always fits
+    return false;
   }
-  to[length] = '\0';
-  return length;
-}
+  // Reads up to and including a newline, at most `size` bytes.
+  unsigned long read(char* to, unsigned long size) {
+    unsigned long length = 0;
+    while (length < size) {
+      const int byte = getc_unlocked(file_);
+      if (byte == EOF) break;
+      to[length++] = static_cast<char>(byte);
+      if (byte == '\n') break;
+    }
+    return length;
+  }
+
+ private:
+  FILE* const file_;
+};
+
+// Text that is read in blocks.
+class BlockText {
+ public:
+  BlockText(BlockCursor& cursor, bool& unread) : cursor_(cursor), unread_(unread) {}
+
+  bool isAtEnd() { return !more(); }
+  unsigned long read(char* to, unsigned long size) {
+    unsigned long length = 0;
+    bool ended = false;
+    while (!ended && length < size && more()) {
+      const std::size_t room = std::min<std::size_t>(cursor_.available(), size - length);
+      const unsigned char* from = cursor_.bytes();
+      const void* newline = std::memchr(from, '\n', room);
+      ended = newline != nullptr;
+      const auto count = static_cast<std::size_t>(
+          ended ? static_cast<const unsigned char*>(newline) - from + 1 : room);
+      std::memcpy(to + length, from, count);
+      cursor_.skip(count);
+      length += static_cast<unsigned long>(count);
+    }
+    return length;
+  }
+
+ private:
+  bool more() {
+    const BlockCursor::Step step = cursor_.want(1);
+    unread_ = unread_ || (step != BlockCursor::Step::kReady && step != BlockCursor::Step::kEnd);
+    return step == BlockCursor::Step::kReady;
+  }
+
+  BlockCursor& cursor_;
+  bool& unread_;
+};
 
 // How the walk over one physical line ended.
 enum class Walk { kLineEnds, kGoesOn };
 
 // Appends a physical line to the logical line at `end`. It goes on when its newline was escaped.
 Walk appendPhysical(const char* from, char*& end, Continuations continuations) {
-  for (; *from != '\0'; ++from) {
-    if (*from != '\\') {
-      *end++ = *from;
-      continue;
-    }
-    if (from[1] == '\0') break;  // nothing to escape: the backslash is dropped
+  for (;; ++from) {
+    const std::size_t plain = std::strcspn(from, "\\");
+    std::memcpy(end, from, plain);
+    end += plain;
+    from += plain;
+    if (*from == '\0' || from[1] == '\0') return Walk::kLineEnds;  // a last backslash is dropped
     if (from[1] == '\n' && continuations == Continuations::kJoined) return Walk::kGoesOn;
     *end++ = *from;
   }
-  return Walk::kLineEnds;
 }
 
-}  // namespace
-
-LineRead readLogicalLine(char* raw, char* line, unsigned long size, FILE* file,
-                         Continuations continuations) {
+template <class Text>
+LineRead readLogical(char* raw, char* line, unsigned long size, Text text,
+                     Continuations continuations) {
   LineRead read;
   char* end = line;
   Walk walk = Walk::kGoesOn;
   raw[0] = '\0';
   while (walk == Walk::kGoesOn && read.rawLength + 1 < size) {
     char* const physical = raw + read.rawLength;
-    const unsigned long length = readPhysical(physical, size - read.rawLength, file);
+    const unsigned long length = text.read(physical, size - 1 - read.rawLength);
+    physical[length] = '\0';
     read.ranOut = length == 0;
     if (read.ranOut) break;
     read.rawLength += length;
@@ -63,18 +104,30 @@ LineRead readLogicalLine(char* raw, char* line, unsigned long size, FILE* file,
   *end = '\0';
   const bool full = read.rawLength + 1 >= size;
   const bool open = walk == Walk::kGoesOn || read.rawLength == 0 || raw[read.rawLength - 1] != '\n';
-  read.cut = full && open && !isAtEnd(file);
+  read.cut = full && open && !text.isAtEnd();
   return read;
+}
+
+}  // namespace
+
+LineRead readLogicalLine(char* raw, char* line, unsigned long size, FILE* file,
+                         Continuations continuations) {
+  return readLogical(raw, line, size, StreamText(file), continuations);
+}
+
+LineReader::LineReader(Continuations continuations) : continuations_(continuations) {
+  raw_[0] = '\0';
+  line_[0] = '\0';
 }
 
 bool LineReader::next() {
   continuesPiece_ = last_.cut;
-  last_ = readLogicalLine(raw_, line_, sizeof raw_, file_, continuations_);
+  last_ = readLogical(raw_, line_, sizeof raw_, BlockText(cursor_, unread_), continuations_);
   return last_.rawLength > 0;
 }
 
 bool LineReader::isLast() {
-  return isAtEnd(file_);
+  return BlockText(cursor_, unread_).isAtEnd();
 }
 
 bool LineReader::endsWithNewline() const {

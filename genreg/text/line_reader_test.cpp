@@ -28,7 +28,7 @@ class Reader {
     vrxtest::writeFile(folder_.file("text"), bytes);
     file_ = std::fopen(folder_.file("text").c_str(), "r");
     EXPECT_NE(file_, nullptr);
-    reader_.readFrom(file_);
+    reader_.cursor().readFrom(file_, 0, bytes.size());
   }
   ~Reader() { std::fclose(file_); }
   Reader(const Reader&) = delete;

@@ -18,26 +18,26 @@ void LineRecord::allocate(unsigned probe, unsigned long maxRecord) {
 }
 
 LineStep LineRecord::next(Operation& op, GenRegStatus readFailure) {
+  tried_ = parsed_ = false;
   const bool came = reader_.next();
   if (reader_.hasError()) {
     op.fail(400, readFailure);
     return LineStep::kFailed;
   }
-  return came ? parse(op) : LineStep::kEnd;
+  if (!came) return LineStep::kEnd;
+  if (store_.parseLine != nullptr) return LineStep::kLine;
+  op.fail(410, status::no_parse_slot);
+  return LineStep::kFailed;
 }
 
-LineStep LineRecord::parse(Operation& op) {
-  if (store_.parseLine == nullptr) {
-    op.fail(410, status::no_parse_slot);
-    return LineStep::kFailed;
-  }
+void LineRecord::parse(Operation& op) {
+  if (tried_) return;
+  tried_ = true;
   const GenRegStatus rc = statusOf(store_.parseLine(record(), reader_.line()));
   parsed_ = rc == status::ok;
-  if (!parsed_) {
-    op.note(411, status::line_not_parsed, rc);
-    std::memset(record(), 0, maxRecord_);
-  }
-  return LineStep::kLine;
+  if (parsed_) return;
+  op.note(411, status::line_not_parsed, rc);
+  std::memset(record(), 0, maxRecord_);
 }
 
 }  // namespace genreg

@@ -1,9 +1,12 @@
 // SPDX-License-Identifier: Apache-2.0
 // Get and GetNext of the text store: the loop over lines until one matches.
 #include <cstring>
+#include <optional>
 
 #include "genreg/internal/lookup.h"
 #include "genreg/internal/record_checks.h"
+#include "genreg/internal/scan_reader.h"
+#include "genreg/text/internal/line_filter.h"
 #include "genreg/text/internal/line_record.h"
 #include "genreg/text/text_store.h"
 
@@ -11,69 +14,80 @@ using namespace genreg;
 
 namespace {
 
-// Which lines a search takes.
-enum class Choice { kMatching, kEveryLine };
-
-// What becomes of scratch memory that cannot be released once a lookup has its outcome.
-enum class ReleaseFailure { kIsResult, kIsLogged };
-
 class TextSearch {
  public:
-  TextSearch(Operation& op, GenRegText& store, unsigned long long mask, void* key, void* result,
-             Choice choice, ReleaseFailure releaseFailure)
+  TextSearch(GenRegText& store, LookupKind kind, unsigned long long mask, void* key, void* result)
       : store_(store),
-        stored_(op, store, status::no_scratch_memory, status::scratch_not_released),
+        kind_(kind),
+        everyLine_(kind == LookupKind::kGetNext && mask == 0),
         mask_(mask),
         key_(key),
-        result_(result),
-        choice_(choice),
-        releaseFailure_(releaseFailure) {}
+        result_(result) {}
 
   void checkKey(Operation& op);
   void measure(Operation& op) { maxRecord_ = measureMaxRecord(op, store_); }
-  void allocate(Operation&) { stored_.allocate(500, maxRecord_); }
-  void release() {
-    if (releaseFailure_ == ReleaseFailure::kIsLogged) return stored_.releaseLoggedOnly();
-    stored_.release();
-  }
+  void allocate(Operation& op);
+  void release();
   void clearResult() { std::memset(result_, 0, maxRecord_); }
   Found find(Operation& op);
 
  private:
-  bool isTaken(Operation& op);
+  bool isTaken(Operation& op, const LineFilter& filter);
   void copyOut(Operation& op);
 
   GenRegText& store_;
-  LineRecord stored_;
+  const LookupKind kind_;
+  const bool everyLine_;
   const unsigned long long mask_;
   void* const key_;
   void* const result_;
-  const Choice choice_;
-  const ReleaseFailure releaseFailure_;
   unsigned long maxRecord_ = 0;
+  LineRecord* stored_ = nullptr;
+  std::optional<LineRecord> own_;
 };
+
+void TextSearch::allocate(Operation& op) {
+  if (kind_ == LookupKind::kGetNext) {
+    stored_ = scanReaderOf<LineRecord>(op, store_);
+  } else {
+    stored_ = &own_.emplace(op, store_, status::no_scratch_memory, status::scratch_not_released);
+  }
+  if (stored_ != nullptr) stored_->allocate(500, maxRecord_);
+}
+
+// A lookup's outcome is not spoilt by memory that cannot be given back.
+void TextSearch::release() {
+  if (own_.has_value()) {
+    own_->releaseLoggedOnly();
+  } else if (stored_ != nullptr) {
+    stored_->reportTo(nullptr);
+  }
+}
 
 // A search for every line has no key to check.
 void TextSearch::checkKey(Operation& op) {
-  if (choice_ == Choice::kMatching) return checkRecord(op, store_, mask_, key_);
+  if (!everyLine_) return checkRecord(op, store_, mask_, key_);
   if (store_.validateRecord == nullptr) op.fail(510, status::no_validate_slot);
 }
 
 Found TextSearch::find(Operation& op) {
-  stored_.readFrom(store_.registryStream);
+  if (own_.has_value()) own_->cursor().readFrom(store_.registryStream, 0, store_.registrySize);
+  const LineFilter filter(store_, everyLine_ ? 0 : mask_, everyLine_ ? nullptr : key_);
   for (;;) {
-    const LineStep step = stored_.next(op, status::read_failed);
+    const LineStep step = stored_->next(op, status::read_failed);
     if (step == LineStep::kEnd) return Found::kEnd;
-    const bool taken = step == LineStep::kLine && isTaken(op);
+    const bool taken = step == LineStep::kLine && isTaken(op, filter);
     if (taken) copyOut(op);
     if (op.failed()) return Found::kFailed;
     if (taken) return Found::kMatch;
   }
 }
 
-bool TextSearch::isTaken(Operation& op) {
-  if (choice_ == Choice::kEveryLine) return true;
-  return stored_.isParsed() && matches(op, store_, mask_, stored_.record(), key_);
+bool TextSearch::isTaken(Operation& op, const LineFilter& filter) {
+  if (!filter.mayAgree(stored_->text().line())) return false;
+  stored_->parse(op);
+  if (everyLine_) return true;
+  return stored_->isParsed() && matches(op, store_, mask_, stored_->record(), key_);
 }
 
 // A copied record's strings would lie in the scratch record, so the line is parsed once more into
@@ -83,23 +97,22 @@ void TextSearch::copyOut(Operation& op) {
     op.fail(520, status::record_too_large);
     return;
   }
-  std::memcpy(result_, stored_.record(), maxRecord_);
-  (void)store_.parseLine(result_, stored_.text().line());  // as it did a moment ago
+  std::memcpy(result_, stored_->record(), maxRecord_);
+  (void)store_.parseLine(result_, stored_->text().line());  // as it did a moment ago
 }
 
 }  // namespace
 
 GenRegStatus GenRegText::Get(unsigned long long mask, void* key, void* result) {
   Operation op(kGenRegTextGet, registryPath);
-  TextSearch search(op, *this, mask, key, result, Choice::kMatching, ReleaseFailure::kIsLogged);
+  TextSearch search(*this, LookupKind::kGet, mask, key, result);
   runGet(op, *this, search);
   return op.status();
 }
 
 GenRegStatus GenRegText::GetNext(unsigned long long mask, void* key, void* result) {
   Operation op(kGenRegTextGetNext, registryPath);
-  const Choice choice = mask == 0 ? Choice::kEveryLine : Choice::kMatching;
-  TextSearch search(op, *this, mask, key, result, choice, ReleaseFailure::kIsResult);
+  TextSearch search(*this, LookupKind::kGetNext, mask, key, result);
   runGetNext(op, *this, search);
   return op.status();
 }

@@ -18,6 +18,16 @@
 #include "genreg/registry.h"
 #include "genreg/text/line_io.h"
 
+// A text format's way round parsing the lines that a lookup passes over or an update only carries
+// along. It is used only while the object still has the slots named here.
+struct GenRegLineSlots {
+  GenRegBase::MatchRecordSlot matchRecord;
+  int (*parseLine)(void* record, char* line);
+  // A text that every logical line holds whose record agrees with `key` on the fields in `mask`;
+  // null when there is none.
+  const char* (*requiredText)(unsigned long long mask, const void* key);
+};
+
 class VRXGENREG_API GenRegText : public GenRegFile {
  public:
   // Writes the record as one line into `line`, a buffer of kGenRegLineSize bytes that holds the
@@ -77,4 +87,6 @@ class VRXGENREG_API GenRegText : public GenRegFile {
   // Filled by the format's constructor.
   FormatLineSlot formatLine = nullptr;
   ParseLineSlot parseLine = nullptr;
+  // Optional; a format's constant.
+  const GenRegLineSlots* lineSlots = nullptr;
 };

@@ -6,6 +6,7 @@
 
 #include "genreg/internal/record_checks.h"
 #include "genreg/internal/update.h"
+#include "genreg/text/internal/line_filter.h"
 #include "genreg/text/internal/line_record.h"
 #include "genreg/text/text_store.h"
 #include "platform/osse/files.h"
@@ -34,8 +35,9 @@ class TextEdit {
 
  protected:
   // Gives every stored line to `edit.treat(op)`, which writes it, or what replaces it, or nothing.
+  // A line that cannot agree with `compared` is not parsed.
   template <class Edit>
-  void treatLines(Operation& op, Edit& edit);
+  void treatLines(Operation& op, Edit& edit, void* compared);
   void prepareKeyed(Operation& op, void* key);
   void checkBytes(Operation& op);
   bool storedMatches(Operation& op, void* key);
@@ -46,6 +48,7 @@ class TextEdit {
   }
   void copyRaw(Operation& op) { write(op, stored_.text().raw(), stored_.text().rawLength()); }
   void write(Operation& op, const char* text, unsigned long length);
+  void writeOut(Operation& op);
   void stop(Operation& op, unsigned probe, GenRegStatus code, GenRegStatus inner = status::ok);
 
   GenRegText& store_;
@@ -54,6 +57,12 @@ class TextEdit {
   LineRecord stored_;
   unsigned long matchCount_ = 0;
   bool stopped_ = false;
+
+ private:
+  // Lines are gathered into large writes.
+  static constexpr unsigned long kGatherSize = 16 * 1024;
+  char gathered_[kGatherSize];
+  unsigned long gatheredLength_ = 0;
 };
 
 void TextEdit::stop(Operation& op, unsigned probe, GenRegStatus code, GenRegStatus inner) {
@@ -62,15 +71,19 @@ void TextEdit::stop(Operation& op, unsigned probe, GenRegStatus code, GenRegStat
 }
 
 template <class Edit>
-void TextEdit::treatLines(Operation& op, Edit& edit) {
-  stored_.readFrom(store_.registryStream);
+void TextEdit::treatLines(Operation& op, Edit& edit, void* compared) {
+  stored_.cursor().readFrom(store_.registryStream, 0, store_.registrySize);
+  const LineFilter filter(store_, mask_, compared);
   while (!stopped_) {
     const LineStep step = stored_.next(op, status::read_failed);
-    if (step == LineStep::kEnd) return;
+    if (step == LineStep::kEnd) break;
     if (step == LineStep::kFailed) stopped_ = true;
     if (!stopped_) checkBytes(op);
-    if (!stopped_) edit.treat(op);
+    if (stopped_) break;
+    if (filter.mayAgree(stored_.text().line())) stored_.parse(op);
+    edit.treat(op);
   }
+  writeOut(op);  // an abandoned copy, too, has what comes before the end
 }
 
 // Change and Delete check what they are given in the same order.
@@ -106,10 +119,18 @@ void TextEdit::countMatch(Operation& op) {
   ++matchCount_;
 }
 
+// Lines are shorter than the room for them.
 void TextEdit::write(Operation& op, const char* text, unsigned long length) {
-  if (std::fwrite(text, 1, length, store_.temporaryStream) != length) {
-    stop(op, 640, status::copy_write_failed);
-  }
+  if (gatheredLength_ + length > kGatherSize) writeOut(op);
+  std::memcpy(gathered_ + gatheredLength_, text, length);
+  gatheredLength_ += length;
+}
+
+void TextEdit::writeOut(Operation& op) {
+  const unsigned long length = gatheredLength_;
+  gatheredLength_ = 0;
+  if (std::fwrite(gathered_, 1, length, store_.temporaryStream) == length) return;
+  stop(op, 640, status::copy_write_failed);
 }
 
 class TextAdd : public TextEdit {
@@ -144,7 +165,7 @@ void TextAdd::rewrite(Operation& op) {
   const GenRegStatus rc = ossFileGetInfoV9(store_.registryPath, &info);
   if (rc != status::ok) return stop(op, 710, status::no_file_info, rc);
   const bool copies = store_.temporaryStream != nullptr;
-  if (info.size != 0 && copies) treatLines(op, *this);
+  if (info.size != 0 && copies) treatLines(op, *this, added_);
   if (!stopped_) append(op);
 }
 
@@ -164,8 +185,10 @@ void TextAdd::treat(Operation& op) {
 }
 
 void TextAdd::append(Operation& op) {
-  FILE* output = store_.temporaryStream != nullptr ? store_.temporaryStream : store_.registryStream;
-  if (fseeko(output, 0, SEEK_END) != 0) return stop(op, 730, status::seek_end_failed);
+  const bool inPlace = store_.temporaryStream == nullptr;
+  FILE* output = inPlace ? store_.registryStream : store_.temporaryStream;
+  // A copy stands at its end.
+  if (inPlace && fseeko(output, 0, SEEK_END) != 0) return stop(op, 730, status::seek_end_failed);
   char line[kGenRegLineSize] = {};
   const GenRegStatus rc = statusOf(store_.formatLine(added_, line));
   if (rc != status::ok) return stop(op, 731, status::record_not_formatted, rc);
@@ -187,7 +210,7 @@ class TextChange : public TextEdit {
     op.fail(801, status::invalid_record, status::null_argument);
   }
   void rewrite(Operation& op) {
-    treatLines(op, *this);
+    treatLines(op, *this, key_);
     if (!stopped_) checkAnyMatch(op);
   }
   GenRegStatus verify(Operation&) { return store_.Verify(kGenRegChange, mask_, key_, newRecord_); }
@@ -238,7 +261,7 @@ class TextDelete : public TextEdit {
 
   void prepare(Operation& op) { prepareKeyed(op, key_); }
   void rewrite(Operation& op) {
-    treatLines(op, *this);
+    treatLines(op, *this, key_);
     if (!stopped_) checkAnyMatch(op);
   }
   GenRegStatus verify(Operation&) { return store_.Verify(kGenRegDelete, mask_, key_, nullptr); }

@@ -29,8 +29,8 @@ class LineComparison {
     if (!op.failed()) current_.allocate(201, maxRecord);
   }
   void begin() {
-    earlier_.readFrom(store_.registryStream);
-    current_.readFrom(store_.temporaryStream);
+    earlier_.cursor().readFrom(store_.registryStream, 0, store_.registrySize);
+    current_.cursor().readFrom(store_.temporaryStream, 0, store_.temporarySize);
   }
   bool readEarlier(Operation& op) {
     return earlier_.next(op, status::read_failed) == LineStep::kLine;
@@ -41,16 +41,21 @@ class LineComparison {
   // Behind a deleted line comes one that is still there, or nothing.
   bool isLastEarlier() { return earlier_.text().isLast(); }
   bool isSelected(Operation& op) {
-    return earlier_.isParsed() && matches(op, store_, mask_, earlier_.record(), key_);
+    return isParsed(op, earlier_) && matches(op, store_, mask_, earlier_.record(), key_);
   }
   bool isSame(Operation& op);
   // A piece would be part of the line before it to every other reader.
   bool isGiven(Operation& op) {
-    return current_.isParsed() && !current_.text().isPiece() &&
+    return isParsed(op, current_) && !current_.text().isPiece() &&
            areEqual(op, current_.record(), newRecord_);
   }
 
  private:
+  // A line is parsed when its bytes do not tell.
+  static bool isParsed(Operation& op, LineRecord& line) {
+    line.parse(op);
+    return line.isParsed();
+  }
   bool isSameText();
   bool gainedNewline();
   bool areEqual(Operation& op, void* a, void* b);
@@ -82,7 +87,7 @@ bool LineComparison::gainedNewline() {
 // Lines that do not parse have nothing but their bytes to compare.
 bool LineComparison::isSame(Operation& op) {
   if (isSameText() || gainedNewline()) return true;
-  return earlier_.isParsed() && current_.isParsed() &&
+  return isParsed(op, earlier_) && isParsed(op, current_) &&
          areEqual(op, earlier_.record(), current_.record());
 }
 

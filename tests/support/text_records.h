@@ -45,14 +45,6 @@ inline bool textLockIsFree(const std::string& path) {
   return other.UnLock() == 0;
 }
 
-// Makes every further read of the stream's file fail: its descriptor becomes a directory's.
-inline void breakReading(FILE* stream) {
-  const int directory = open("/", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-  ASSERT_GE(directory, 0);
-  EXPECT_GE(dup3(directory, fileno(stream), O_CLOEXEC), 0);
-  close(directory);
-}
-
 // Makes every further write of the stream fail at once: its descriptor becomes a full device's.
 inline void breakWriting(FILE* stream) {
   EXPECT_EQ(std::setvbuf(stream, nullptr, _IONBF, 0), 0);  // while it can still write

@@ -12,6 +12,17 @@ namespace genreg {
 // Byte order of the length field on disk.
 enum class LengthOrder { kHost, kBigEndian };
 
+// Bytes of the length field.
+constexpr unsigned long kLengthFieldSize = 4;
+
+// The length that a field states.
+unsigned int decodeLength(const void* field, LengthOrder order);
+
+// Fails `op` with 0x900001B3 unless `length` bytes follow `position`, the end of the length field.
+// No frame is read into memory before it is known to lie within its file.
+void checkFrameEnd(Operation& op, unsigned long long position, unsigned long length,
+                   unsigned long long fileSize);
+
 // The stream that frames come from, and the size in bytes of the file behind it.
 struct FrameSource {
   FILE* stream;

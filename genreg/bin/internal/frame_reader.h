@@ -1,10 +1,12 @@
 // SPDX-License-Identifier: Apache-2.0
-// Reads the frames of one stream, one after the other, into a block that is reused and only grows.
-// No system call and no allocation per record.
+// Reads the frames of one stream, one after the other, where they lie in the stream's blocks; a
+// record is copied out of there only to be unpacked. No system call and no allocation per record.
 #pragma once
 
 #include "genreg/bin/internal/frame.h"
 #include "genreg/bin/internal/record_block.h"
+#include "genreg/internal/block_cursor.h"
+#include "genreg/internal/features.h"
 
 namespace genreg {
 
@@ -14,24 +16,52 @@ namespace genreg {
 void growBlock(Operation& op, void** block, unsigned long capacity);
 
 // The length order that the store's features ask for.
-LengthOrder lengthOrderOf(const GenRegBin& store);
+inline LengthOrder lengthOrderOf(const GenRegBin& store) {
+  return hasFeature(store, kGenRegBigEndian) ? LengthOrder::kBigEndian : LengthOrder::kHost;
+}
 
 class FrameReader : public RecordBlock {
  public:
   using RecordBlock::RecordBlock;
 
-  // Where next() reads from: a stream and the size in bytes of the file behind it.
-  void readFrom(FILE* stream, unsigned long long fileSize);
+  // What next() reads from, and where it stands.
+  BlockCursor& cursor() { return cursor_; }
 
-  // Reads the next frame: 0, 0x900001BE at the end, or what ReadRecord reports.
-  GenRegStatus next();
+  // Steps to the next frame: 0, 0x900001BE at the end, or what ReadRecord reports.
+  GenRegStatus next() {
+    if (cursor_.available() >= kLengthFieldSize) {
+      const unsigned long length = decodeLength(cursor_.bytes(), lengthOrderOf(store_));
+      if (length <= cursor_.available() - kLengthFieldSize) return take(length);
+    }
+    return nextFromStream();
+  }
+  // Whether next() will leave the frames before where they are in memory.
+  bool isNextInMemory() const {
+    return cursor_.available() >= kLengthFieldSize &&
+           decodeLength(cursor_.bytes(), lengthOrderOf(store_)) <=
+               cursor_.available() - kLengthFieldSize;
+  }
 
-  // The frame's bytes as they were read, until the record is unpacked or replaced.
-  const void* frame() { return block_.block(); }
-  unsigned long frameLength() const { return length_; }
+  // The frame's bytes as they are stored, in memory until the next step, and before them its length
+  // field.
+  unsigned char* frame() const { return frame_; }
+  unsigned long frameLength() const { return frameLength_; }
+
+  // Copies the frame into the block, as the record. Fails `op` with `failure` for want of memory.
+  void load(Operation& op, GenRegStatus failure);
 
  private:
-  FrameSource source_{};
+  GenRegStatus take(unsigned long length) {
+    frame_ = cursor_.bytes() + kLengthFieldSize;
+    frameLength_ = length;
+    cursor_.skip(kLengthFieldSize + length);
+    return status::ok;
+  }
+  GenRegStatus nextFromStream();
+
+  BlockCursor cursor_;
+  unsigned char* frame_ = nullptr;
+  unsigned long frameLength_ = 0;
 };
 
 }  // namespace genreg

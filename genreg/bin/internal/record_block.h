@@ -13,9 +13,12 @@ class RecordBlock {
   RecordBlock(Operation& op, GenRegBin& store, GenRegStatus noMemory, GenRegStatus notReleased)
       : store_(store), block_(op, noMemory, notReleased) {}
 
-  // Takes the block for records of up to `maxRecord` bytes; what fails is reported to the
-  // operation.
-  void allocate(unsigned probe, unsigned long maxRecord);
+  // Records have up to `maxRecord` bytes from now on.
+  void prepare(unsigned long maxRecord) { maxRecord_ = maxRecord; }
+  // Takes the block for such records; what fails is reported to the operation.
+  void allocate(unsigned probe);
+  // As the block's.
+  void reportTo(Operation* op) { block_.reportTo(op); }
   void release() { block_.release(); }
 
   // The record, in its stored or in the caller's form. It lies in the block, or where the format's
@@ -36,14 +39,15 @@ class RecordBlock {
  protected:
   // The bytes of block that a stored record of `length` bytes needs.
   unsigned long roomFor(unsigned long length) const;
-  // Makes the record a stored one of `length` bytes at the start of the block.
-  void holdStored(unsigned long length);
+  // Makes the record a stored one, copied to the start of the block, which has room for it.
+  void takeStored(const void* image, unsigned long length);
 
   GenRegBin& store_;
   ScratchBuffer block_;
   unsigned long length_ = 0;  // of the record in its stored form
 
  private:
+  void holdStored(unsigned long length);
   GenRegStatus checkImageEnd();
 
   void* record_ = nullptr;

@@ -45,6 +45,10 @@ void collapseWhiteSpace(char* text);
 // Whether two texts agree; a missing one is an empty one.
 bool sameText(const char* a, const char* b);
 
+// The text, if it stands in a line as it does in the record made of it: null for one that is empty
+// or missing, or has white space, which parsing makes uniform.
+const char* unparsedText(const char* text);
+
 // The text, or an empty one for null.
 inline const char* textOf(const char* text) {
   return text != nullptr ? text : "";

@@ -6,6 +6,7 @@
 
 #include <cstdio>
 
+#include "genreg/internal/block_cursor.h"
 #include "genreg/text/line_io.h"
 
 namespace genreg {
@@ -20,22 +21,24 @@ struct LineRead {
   bool cut = false;             // the line goes on beyond the buffer
 };
 
-// One step: the physical text into `raw`, the logical line into `line`, both of `size` bytes.
+// One step for a stream that somebody else reads, too: the physical text into `raw`, the logical
+// line into `line`, both of `size` bytes. Nothing is read ahead.
 LineRead readLogicalLine(char* raw, char* line, unsigned long size, FILE* file,
                          Continuations continuations);
 
 class LineReader {
  public:
-  explicit LineReader(Continuations continuations) : continuations_(continuations) {}
+  explicit LineReader(Continuations continuations);
   LineReader(const LineReader&) = delete;
   LineReader& operator=(const LineReader&) = delete;
 
-  void readFrom(FILE* file) { file_ = file; }
+  // What next() reads from, and where it stands.
+  BlockCursor& cursor() { return cursor_; }
 
   // Reads the next line. False when none came: at the end of the file, or on a read error.
   bool next();
-  // Whether the stream has reported an error.
-  bool hasError() const { return std::ferror(file_) != 0; }
+  // Whether the file could not be read.
+  bool hasError() const { return unread_; }
   // Whether no further line comes.
   bool isLast();
 
@@ -49,11 +52,12 @@ class LineReader {
 
  private:
   const Continuations continuations_;
-  FILE* file_ = nullptr;
+  BlockCursor cursor_;
+  bool unread_ = false;
   LineRead last_;
   bool continuesPiece_ = false;
-  char raw_[kGenRegLineSize] = {};
-  char line_[kGenRegLineSize] = {};
+  char raw_[kGenRegLineSize];
+  char line_[kGenRegLineSize];
 };
 
 }  // namespace genreg

@@ -24,24 +24,29 @@ class LineRecord {
   void allocate(unsigned probe, unsigned long maxRecord);
   void release() { scratch_.release(); }
   void releaseLoggedOnly() { scratch_.releaseLoggedOnly(); }
+  // As the scratch record's.
+  void reportTo(Operation* op) { scratch_.reportTo(op); }
 
-  void readFrom(FILE* file) { reader_.readFrom(file); }
+  // What next() reads from, and where it stands.
+  BlockCursor& cursor() { return reader_.cursor(); }
 
-  // Reads and parses the next line. Fails `op` with `readFailure` or 0x90000220. A line that does
-  // not parse is noted and leaves an empty record.
+  // Reads the next line. Fails `op` with `readFailure`, or for want of the slot that would parse it
+  // with 0x90000220.
   LineStep next(Operation& op, GenRegStatus readFailure);
+  // Makes the line's record, once. A line that does not parse is noted and leaves an empty one.
+  void parse(Operation& op);
 
   LineReader& text() { return reader_; }
   void* record() { return scratch_.block(); }
+  // Whether the line has been parsed, and was understood.
   bool isParsed() const { return parsed_; }
 
  private:
-  LineStep parse(Operation& op);
-
   GenRegText& store_;
   LineReader reader_;
   ScratchBuffer scratch_;
   unsigned long maxRecord_ = 0;
+  bool tried_ = false;
   bool parsed_ = false;
 };
 

@@ -1,0 +1,91 @@
+// SPDX-License-Identifier: Apache-2.0
+// Filling and growing the block.
+#include "genreg/internal/block_cursor.h"
+
+#include <algorithm>
+#include <cstring>
+
+#include "genreg/status.h"
+#include "platform/osse/memory.h"
+
+namespace genreg {
+namespace {
+
+// Large enough that the system call is not felt, small enough to stay in the nearest cache.
+constexpr unsigned long long kBlockSize = 32 * 1024;
+
+}  // namespace
+
+BlockCursor::~BlockCursor() {
+  if (block_ == nullptr) return;
+  (void)ossMemFree(block_, __FILE__, __LINE__);  // a damaged block has nowhere better to go
+}
+
+void BlockCursor::readFrom(FILE* stream, unsigned long long position, unsigned long long fileSize) {
+  stream_ = stream;
+  fileSize_ = fileSize;
+  streamPosition_ = position;
+  located_ = true;
+  at_ = end_ = block_;
+}
+
+void BlockCursor::forgetBlock() {
+  at_ = end_ = block_;
+  located_ = false;
+}
+
+bool BlockCursor::locate() {
+  if (located_) return true;
+  const off_t position = ftello(stream_);
+  if (position < 0) return false;
+  streamPosition_ = static_cast<unsigned long long>(position);
+  located_ = true;
+  return true;
+}
+
+unsigned long long BlockCursor::left() {
+  if (!locate()) return 0;
+  return available() + (fileSize_ > streamPosition_ ? fileSize_ - streamPosition_ : 0);
+}
+
+long long BlockCursor::position() {
+  if (!locate()) return -1;
+  return static_cast<long long>(streamPosition_ - available());
+}
+
+// Makes the block at least `count` bytes long, keeping what is available at its start.
+bool BlockCursor::reserve(std::size_t count) {
+  const std::size_t kept = available();
+  if (count <= capacity_) {
+    if (kept > 0) std::memmove(block_, at_, kept);
+    at_ = block_;
+    end_ = block_ + kept;
+    return true;
+  }
+  void* larger = nullptr;
+  if (ossMemAlloc(&larger, count, __FILE__, __LINE__) != status::ok) return false;
+  if (kept > 0) std::memcpy(larger, at_, kept);
+  if (block_ != nullptr) (void)ossMemFree(block_, __FILE__, __LINE__);  // as in the destructor
+  block_ = static_cast<unsigned char*>(larger);
+  capacity_ = count;
+  at_ = block_;
+  end_ = block_ + kept;
+  return true;
+}
+
+BlockCursor::Step BlockCursor::refill(std::size_t count) {
+  const unsigned long long left = this->left();
+  if (!located_) return Step::kUnread;
+  if (count > left) return Step::kEnd;
+  const std::size_t useful = std::max(count, static_cast<std::size_t>(std::min(left, kBlockSize)));
+  if (!reserve(useful)) return Step::kNoMemory;
+  const std::size_t room = capacity_ - available();
+  const auto wanted =
+      static_cast<std::size_t>(std::min<unsigned long long>(left - available(), room));
+  const std::size_t got = std::fread(end_, 1, wanted, stream_);
+  end_ += got;
+  streamPosition_ += got;
+  return available() >= count ? Step::kReady : Step::kUnread;
+}
+
+}  // namespace genreg

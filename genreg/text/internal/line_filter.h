@@ -1,0 +1,34 @@
+// SPDX-License-Identifier: Apache-2.0
+// Which lines need not be parsed: those that lack the text of the key that they are compared with.
+#pragma once
+
+#include <cstring>
+
+#include "genreg/text/text_store.h"
+#include "platform/osse/log.h"
+#include "platform/osse/trace.h"
+
+namespace genreg {
+
+class LineFilter {
+ public:
+  // Nothing is passed over while somebody listens: what parsing finds strange is logged.
+  LineFilter(const GenRegText& store, unsigned long long mask, const void* key) {
+    const GenRegLineSlots* slots = store.lineSlots;
+    if (slots == nullptr || slots->matchRecord != store.matchRecord ||
+        slots->parseLine != store.parseLine || ossLogIsEnabled() || gtraceIsEnabled()) {
+      return;
+    }
+    text_ = slots->requiredText(mask, key);
+  }
+
+  // False when the line's record would not agree with the key.
+  bool mayAgree(const char* line) const {
+    return text_ == nullptr || std::strstr(line, text_) != nullptr;
+  }
+
+ private:
+  const char* text_ = nullptr;
+};
+
+}  // namespace genreg
