@@ -463,30 +463,6 @@ TEST_F(TextLookup, ReadErrorIsNotTheEndOfTheFile) {
   EXPECT_TRUE(isUntouched());
 }
 
-TEST_F(TextLookup, ReadErrorBehindTheLinesReadIsReported) {
-  std::string lines;
-  while (lines.size() < 40000)
-    lines += "NAME = value\n";
-  fill("A = 1\n" + lines);
-  const LeakCheck leaks;
-  const FailCall fault(Call::kFread, 2, EIO);
-  EXPECT_EQ(getFirst("B"), status::read_failed);
-  EXPECT_TRUE(isUntouched());
-  EXPECT_EQ(getFirst("A"), 0U) << "which lies in the first block";
-}
-
-// The blocks that a file is read in end anywhere in a line.
-TEST_F(TextLookup, LinesAcrossBlocksAreRead) {
-  std::string lines;
-  for (int i = 0; i < 9000; ++i)
-    lines += "NAME" + std::to_string(i) + " = value " + std::to_string(i) + "\n";
-  fill(lines);
-  for (const int i : {0, 1500, 1600, 4321, 8999}) {
-    ASSERT_EQ(getFirst(("NAME" + std::to_string(i)).c_str()), 0U) << i;
-    EXPECT_EQ(value(), "value " + std::to_string(i));
-  }
-}
-
 // Every call of a lookup that can fail, one after the other.
 TEST_F(TextLookup, NoFailingCallLeavesAnythingBehind) {
   fillThree();
