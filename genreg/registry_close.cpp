@@ -93,12 +93,11 @@ bool finishCopy(Operation& op, GenRegFile& registry, unsigned mode) {
   return stamped;
 }
 
-// The rename must be on disk before the old contents lose their second name.
-void syncDirectory(Operation& op, const char* registryPath) {
+void syncDirectory(Operation& op, const char* registryPath, GenRegStatus failure) {
   char directory[kGenRegPathSize];
   GenRegStatus rc = ossDirectoryName(registryPath, directory, sizeof directory);
   if (rc == status::ok) rc = ossDirectorySync(directory);
-  if (rc != status::ok) op.fail(33, status::backup_not_deleted, rc);
+  if (rc != status::ok) op.fail(33, failure, rc);
 }
 
 void commit(Operation& op, const GenRegFile& registry) {
@@ -108,12 +107,18 @@ void commit(Operation& op, const GenRegFile& registry) {
     op.failErrno(30, status::backup_not_linked, errno);
     return;
   }
+  // A file system that puts names on disk in any order could otherwise have the new one first.
+  if (ossGetSyncPolicy() == OSSSyncPolicy::full) {
+    syncDirectory(op, registry.registryPath, status::backup_not_linked);
+    if (op.failed()) return;
+  }
   GenRegStatus rc = ossFileRename(registry.temporaryPath, registry.registryPath);
   if (rc != status::ok) {
     op.fail(31, status::registry_not_replaced, rc);
     return;
   }
-  syncDirectory(op, registry.registryPath);
+  // The rename must be on disk before the old contents lose their second name.
+  syncDirectory(op, registry.registryPath, status::backup_not_deleted);
   if (op.failed()) return;
   rc = ossFileDelete(registry.backupPath);
   if (rc != status::ok) op.fail(32, status::backup_not_deleted, rc);

@@ -257,6 +257,28 @@ TEST_F(RegistryClose, SyncingCanBeTurnedOffForBulkWork) {
   expectCommitted();
 }
 
+TEST_F(RegistryClose, FullPolicyHasTheBackupsNameOnDiskBeforeTheRename) {
+  const vrxtest::SyncPolicy full(OSSSyncPolicy::full);
+  PlainRegistry registry(files.registry, 0);
+  beginUpdate(registry);
+  std::string seen;
+  const BeforeCall directorySync(Call::kFsync, 2, [&] { seen = onDisk(files); });
+  const CallCount syncs(Call::kFsync);
+  EXPECT_EQ(registry.CloseReg(kGenRegChange), 0u);
+  EXPECT_EQ(seen, "old new old");
+  EXPECT_EQ(syncs.calls(), 3);
+  expectCommitted();
+}
+
+TEST_F(RegistryClose, BackupWhoseNameIsNotOnDiskStopsTheCommitOfTheFullPolicy) {
+  const vrxtest::SyncPolicy full(OSSSyncPolicy::full);
+  PlainRegistry registry(files.registry, 0);
+  beginUpdate(registry);
+  const FailCall fault(Call::kFsync, 2, EIO);
+  EXPECT_EQ(registry.CloseReg(kGenRegChange), 0x900001E1u);
+  expectOld();
+}
+
 TEST_F(RegistryClose, BackupIsTheOldRegistryItself) {
   struct stat before {};
   struct stat during {};

@@ -49,8 +49,9 @@ class BlockText {
       const unsigned char* from = cursor_.bytes();
       const void* newline = std::memchr(from, '\n', room);
       ended = newline != nullptr;
-      const auto count = static_cast<std::size_t>(
-          ended ? static_cast<const unsigned char*>(newline) - from + 1 : room);
+      const std::size_t count =
+          ended ? static_cast<std::size_t>(static_cast<const unsigned char*>(newline) - from) + 1
+                : room;
       std::memcpy(to + length, from, count);
       cursor_.skip(count);
       length += static_cast<unsigned long>(count);
