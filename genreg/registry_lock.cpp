@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 // The lock file: writers of one registry serialise on it, never on the registry itself, which an
 // update replaces. The library never deletes or renames a lock file.
+#include <sched.h>
+
 #include "genreg/internal/operation.h"
 #include "genreg/internal/registry_files.h"
 #include "genreg/registry.h"
@@ -91,6 +93,9 @@ GenRegStatus GenRegFile::UnLock() {
   if (rc != status::ok) return op.fail(1, status::unlock_failed, rc);
   state &= ~kGenRegStateLocked;
   rc = lockFile.close();
-  if (rc != status::ok) return op.fail(2, status::lock_file_not_closed, rc);
+  if (rc != status::ok) op.fail(2, status::lock_file_not_closed, rc);
+  // Those who wait have just been woken. A program that updates in a loop would have taken the lock
+  // again before they ran, and again, and starved them.
+  (void)sched_yield();
   return op.status();
 }
