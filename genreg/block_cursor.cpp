@@ -26,12 +26,14 @@ void BlockCursor::readFrom(FILE* stream, unsigned long long position, unsigned l
   fileSize_ = fileSize;
   streamPosition_ = position;
   located_ = true;
+  failed_ = false;
   at_ = end_ = block_;
 }
 
 void BlockCursor::forgetBlock() {
   at_ = end_ = block_;
   located_ = false;
+  failed_ = false;
 }
 
 bool BlockCursor::locate() {
@@ -73,19 +75,25 @@ bool BlockCursor::reserve(std::size_t count) {
   return true;
 }
 
+BlockCursor::Step BlockCursor::fail(Step reason) {
+  failed_ = true;
+  return reason;
+}
+
 BlockCursor::Step BlockCursor::refill(std::size_t count) {
+  if (failed_) return Step::kUnread;
   const unsigned long long left = this->left();
-  if (!located_) return Step::kUnread;
+  if (!located_) return fail(Step::kUnread);
   if (count > left) return Step::kEnd;
   const std::size_t useful = std::max(count, static_cast<std::size_t>(std::min(left, kBlockSize)));
-  if (!reserve(useful)) return Step::kNoMemory;
+  if (!reserve(useful)) return fail(Step::kNoMemory);
   const std::size_t room = capacity_ - available();
   const auto wanted =
       static_cast<std::size_t>(std::min<unsigned long long>(left - available(), room));
   const std::size_t got = std::fread(end_, 1, wanted, stream_);
   end_ += got;
   streamPosition_ += got;
-  return available() >= count ? Step::kReady : Step::kUnread;
+  return available() >= count ? Step::kReady : fail(Step::kUnread);
 }
 
 }  // namespace genreg

@@ -51,6 +51,7 @@ struct OSSServiceInfo_t {
 #pragma pack(pop)
 
 static_assert(sizeof(OSSInstanceInfo_t) == 2576);
+static_assert(offsetof(OSSInstanceInfo_t, versionCode) == 8);
 static_assert(offsetof(OSSInstanceInfo_t, instanceName) == 16);
 static_assert(offsetof(OSSInstanceInfo_t, service) == 80);
 static_assert(offsetof(OSSInstanceInfo_t, instancePath) == 144);
@@ -59,6 +60,7 @@ static_assert(offsetof(OSSInstanceInfo_t, auxPath) == 1232);
 static_assert(offsetof(OSSInstanceInfo_t, auxName) == 2256);
 static_assert(offsetof(OSSInstanceInfo_t, comment) == 2320);
 static_assert(sizeof(OSSServiceInfo_t) == 2404);
+static_assert(offsetof(OSSServiceInfo_t, versionCode) == 8);
 static_assert(offsetof(OSSServiceInfo_t, service) == 16);
 static_assert(offsetof(OSSServiceInfo_t, text1) == 80);
 static_assert(offsetof(OSSServiceInfo_t, text2) == 1104);

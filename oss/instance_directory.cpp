@@ -128,7 +128,7 @@ GenRegStatus ossGetNextInstance(void* handle, OSSInstanceInfo_t* out) {
   if (handle == nullptr) return op.fail(1, status::list_handle_null);
   if (out == nullptr) return op.fail(2, status::instance_info_null);
   GlobalRegRecord key = makeKey(static_cast<GlobalReg*>(handle)->ListService, 0, nullptr);
-  GlobalRegRecord found{};
+  GlobalRegRecord found;  // whole after a success
   const GenRegStatus rc = nextRecord(op, handle, key, &found, status::instance_list_failed);
   if (rc == status::ok) toInfo(found, out);
   return rc;

@@ -32,6 +32,10 @@ class BlockCursor {
   // The stream has been moved, to wherever it will stand when it is read next.
   void forgetBlock();
 
+  // Whether anything but the end of the file has kept bytes back since reading began. From then on
+  // no more are read.
+  bool hasFailed() const { return failed_; }
+
   // Makes at least `count` bytes available. What bytes() gave before may have moved.
   Step want(std::size_t count) { return count <= available() ? Step::kReady : refill(count); }
   // The bytes in memory from the cursor on. They belong to the cursor and may be changed.
@@ -47,6 +51,7 @@ class BlockCursor {
 
  private:
   Step refill(std::size_t count);
+  Step fail(Step reason);
   bool reserve(std::size_t count);
   bool locate();
 
@@ -54,6 +59,7 @@ class BlockCursor {
   unsigned long long fileSize_ = 0;
   unsigned long long streamPosition_ = 0;
   bool located_ = true;  // streamPosition_ is where the stream stands
+  bool failed_ = false;
   unsigned char* block_ = nullptr;
   std::size_t capacity_ = 0;
   unsigned char* at_ = nullptr;

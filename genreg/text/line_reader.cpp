@@ -38,9 +38,11 @@ class StreamText {
 // Text that is read in blocks.
 class BlockText {
  public:
-  BlockText(BlockCursor& cursor, bool& unread) : cursor_(cursor), unread_(unread) {}
+  explicit BlockText(BlockCursor& cursor) : cursor_(cursor) {}
 
   bool isAtEnd() { return !more(); }
+  // Whether a byte is in memory.
+  bool more() { return cursor_.want(1) == BlockCursor::Step::kReady; }
   unsigned long read(char* to, unsigned long size) {
     unsigned long length = 0;
     bool ended = false;
@@ -60,30 +62,40 @@ class BlockText {
   }
 
  private:
-  bool more() {
-    const BlockCursor::Step step = cursor_.want(1);
-    unread_ = unread_ || (step != BlockCursor::Step::kReady && step != BlockCursor::Step::kEnd);
-    return step == BlockCursor::Step::kReady;
-  }
-
   BlockCursor& cursor_;
-  bool& unread_;
 };
 
 // How the walk over one physical line ended.
 enum class Walk { kLineEnds, kGoesOn };
 
 // Appends a physical line to the logical line at `end`. It goes on when its newline was escaped.
-Walk appendPhysical(const char* from, char*& end, Continuations continuations) {
-  for (;; ++from) {
-    const std::size_t plain = std::strcspn(from, "\\");
-    std::memcpy(end, from, plain);
-    end += plain;
-    from += plain;
-    if (*from == '\0' || from[1] == '\0') return Walk::kLineEnds;  // a last backslash is dropped
-    if (from[1] == '\n' && continuations == Continuations::kJoined) return Walk::kGoesOn;
+Walk appendPhysical(const char* from, unsigned long length, char*& end,
+                    Continuations continuations) {
+  if (std::memchr(from, '\\', length) == nullptr) {  // a NUL ends the line in the copy as well
+    std::memcpy(end, from, length);
+    end += length;
+    return Walk::kLineEnds;
+  }
+  for (; *from != '\0'; ++from) {
+    if (*from == '\\') {
+      if (from[1] == '\0') break;  // nothing to escape: the backslash is dropped
+      if (from[1] == '\n' && continuations == Continuations::kJoined) return Walk::kGoesOn;
+    }
     *end++ = *from;
   }
+  return Walk::kLineEnds;
+}
+
+// How many bytes two passages have in common at their start.
+unsigned long commonLength(const Passage& a, const Passage& b) {
+  constexpr unsigned long kStride = 1024;
+  const unsigned long most = std::min(a.length, b.length);
+  unsigned long same = 0;
+  while (same + kStride <= most && std::memcmp(a.bytes + same, b.bytes + same, kStride) == 0)
+    same += kStride;
+  while (same < most && a.bytes[same] == b.bytes[same])
+    ++same;
+  return same;
 }
 
 template <class Text>
@@ -100,7 +112,7 @@ LineRead readLogical(char* raw, char* line, unsigned long size, Text text,
     read.ranOut = length == 0;
     if (read.ranOut) break;
     read.rawLength += length;
-    walk = appendPhysical(physical, end, continuations);
+    walk = appendPhysical(physical, length, end, continuations);
   }
   *end = '\0';
   const bool full = read.rawLength + 1 >= size;
@@ -123,12 +135,39 @@ LineReader::LineReader(Continuations continuations) : continuations_(continuatio
 
 bool LineReader::next() {
   continuesPiece_ = last_.cut;
-  last_ = readLogical(raw_, line_, sizeof raw_, BlockText(cursor_, unread_), continuations_);
+  last_ = readLogical(raw_, line_, sizeof raw_, BlockText(cursor_), continuations_);
   return last_.rawLength > 0;
 }
 
+// What is in memory, when the next line begins there and ends with its newline.
+Passage LineReader::linesAhead() {
+  const bool atLine = last_.rawLength == 0 || endsWithNewline();
+  if (!atLine || continuations_ == Continuations::kJoined) return {};
+  if (!BlockText(cursor_).more()) return {};
+  return {cursor_.bytes(), static_cast<unsigned long>(cursor_.available())};
+}
+
+// Steps over the lines that end within the next `most` bytes.
+Passage LineReader::skipLines(unsigned long most) {
+  Passage passage{cursor_.bytes(), most};
+  while (passage.length > 0 && passage.bytes[passage.length - 1] != '\n')
+    --passage.length;
+  cursor_.skip(passage.length);
+  if (passage.length > 0) last_ = {};
+  return passage;
+}
+
+bool LineReader::passOverSame(LineReader& other) {
+  const Passage mine = linesAhead();
+  const Passage theirs = other.linesAhead();
+  const unsigned long common = commonLength(mine, theirs);
+  const Passage passed = skipLines(common);
+  other.skipLines(passed.length);
+  return passed.length > 0;
+}
+
 bool LineReader::isLast() {
-  return BlockText(cursor_, unread_).isAtEnd();
+  return BlockText(cursor_).isAtEnd();
 }
 
 bool LineReader::endsWithNewline() const {

@@ -30,14 +30,12 @@ LineStep LineRecord::next(Operation& op, GenRegStatus readFailure) {
   return LineStep::kFailed;
 }
 
-void LineRecord::parse(Operation& op) {
-  if (tried_) return;
-  tried_ = true;
-  const GenRegStatus rc = statusOf(store_.parseLine(record(), reader_.line()));
-  parsed_ = rc == status::ok;
-  if (parsed_) return;
-  op.note(411, status::line_not_parsed, rc);
-  std::memset(record(), 0, maxRecord_);
+bool LineRecord::parseInto(Operation& op, void* record) {
+  const GenRegStatus rc = statusOf(store_.parseLine(record, reader_.line()));
+  if (rc == status::ok) return true;
+  if (!tried_) op.note(411, status::line_not_parsed, rc);
+  std::memset(record, 0, maxRecord_);
+  return false;
 }
 
 }  // namespace genreg

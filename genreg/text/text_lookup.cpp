@@ -33,7 +33,7 @@ class TextSearch {
 
  private:
   bool isTaken(Operation& op, const LineFilter& filter);
-  void copyOut(Operation& op);
+  void handOut(Operation& op);
 
   GenRegText& store_;
   const LookupKind kind_;
@@ -74,10 +74,12 @@ Found TextSearch::find(Operation& op) {
   if (own_.has_value()) own_->cursor().readFrom(store_.registryStream, 0, store_.registrySize);
   const LineFilter filter(store_, everyLine_ ? 0 : mask_, everyLine_ ? nullptr : key_);
   for (;;) {
+    while (filter.passOver(stored_->text()).length > 0)
+      continue;
     const LineStep step = stored_->next(op, status::read_failed);
     if (step == LineStep::kEnd) return Found::kEnd;
-    const bool taken = step == LineStep::kLine && isTaken(op, filter);
-    if (taken) copyOut(op);
+    const bool taken = step == LineStep::kLine && (everyLine_ || isTaken(op, filter));
+    if (taken) handOut(op);
     if (op.failed()) return Found::kFailed;
     if (taken) return Found::kMatch;
   }
@@ -86,18 +88,17 @@ Found TextSearch::find(Operation& op) {
 bool TextSearch::isTaken(Operation& op, const LineFilter& filter) {
   if (!filter.mayAgree(stored_->text().line())) return false;
   stored_->parse(op);
-  if (everyLine_) return true;
   return stored_->isParsed() && matches(op, store_, mask_, stored_->record(), key_);
 }
 
-// A copied record's strings would lie in the scratch record, so the line is parsed once more into
-// the caller's.
-void TextSearch::copyOut(Operation& op) {
+// A copied record's strings would lie in the scratch record, so the line is parsed into the
+// caller's. One that does not parse is handed out, too, as far as it goes in an empty record.
+void TextSearch::handOut(Operation& op) {
   if (maxRecord_ < kMinResultSize) {
     op.fail(520, status::record_too_large);
     return;
   }
-  std::memcpy(result_, stored_->record(), maxRecord_);
+  if (stored_->parseInto(op, result_)) return;
   (void)store_.parseLine(result_, stored_->text().line());  // as it did a moment ago
 }
 

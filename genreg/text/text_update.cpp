@@ -38,8 +38,9 @@ class TextEdit {
   // A line that cannot agree with `compared` is not parsed.
   template <class Edit>
   void treatLines(Operation& op, Edit& edit, void* compared);
+  void carryLines(Operation& op, const LineFilter& filter);
   void prepareKeyed(Operation& op, void* key);
-  void checkBytes(Operation& op);
+  void checkBytes(Operation& op, const void* bytes, unsigned long length);
   bool storedMatches(Operation& op, void* key);
   bool isSelected(Operation& op, void* key);
   void countMatch(Operation& op);
@@ -49,6 +50,7 @@ class TextEdit {
   void copyRaw(Operation& op) { write(op, stored_.text().raw(), stored_.text().rawLength()); }
   void write(Operation& op, const char* text, unsigned long length);
   void writeOut(Operation& op);
+  void writeNow(Operation& op, const void* bytes, unsigned long length);
   void stop(Operation& op, unsigned probe, GenRegStatus code, GenRegStatus inner = status::ok);
 
   GenRegText& store_;
@@ -75,15 +77,29 @@ void TextEdit::treatLines(Operation& op, Edit& edit, void* compared) {
   stored_.cursor().readFrom(store_.registryStream, 0, store_.registrySize);
   const LineFilter filter(store_, mask_, compared);
   while (!stopped_) {
+    if (edit.carriesPieces()) carryLines(op, filter);
+    if (stopped_) break;
     const LineStep step = stored_.next(op, status::read_failed);
     if (step == LineStep::kEnd) break;
     if (step == LineStep::kFailed) stopped_ = true;
-    if (!stopped_) checkBytes(op);
+    if (!stopped_) checkBytes(op, stored_.text().raw(), stored_.text().rawLength());
     if (stopped_) break;
     if (filter.mayAgree(stored_.text().line())) stored_.parse(op);
     edit.treat(op);
   }
   writeOut(op);  // an abandoned copy, too, has what comes before the end
+}
+
+// Copies lines that are in memory and need no look.
+void TextEdit::carryLines(Operation& op, const LineFilter& filter) {
+  for (;;) {
+    const Passage lines = filter.passOver(stored_.text());
+    if (lines.length == 0) return;
+    checkBytes(op, lines.bytes, lines.length);
+    if (stopped_) return;
+    writeOut(op);
+    writeNow(op, lines.bytes, lines.length);
+  }
 }
 
 // Change and Delete check what they are given in the same order.
@@ -93,8 +109,8 @@ void TextEdit::prepareKeyed(Operation& op, void* key) {
 }
 
 // A byte that a line's string cannot hold would be lost on the way through.
-void TextEdit::checkBytes(Operation& op) {
-  if (stored_.text().hasNul()) stop(op, 620, status::read_failed);
+void TextEdit::checkBytes(Operation& op, const void* bytes, unsigned long length) {
+  if (std::memchr(bytes, '\0', length) != nullptr) stop(op, 620, status::read_failed);
 }
 
 bool TextEdit::storedMatches(Operation& op, void* key) {
@@ -129,7 +145,11 @@ void TextEdit::write(Operation& op, const char* text, unsigned long length) {
 void TextEdit::writeOut(Operation& op) {
   const unsigned long length = gatheredLength_;
   gatheredLength_ = 0;
-  if (std::fwrite(gathered_, 1, length, store_.temporaryStream) == length) return;
+  if (length > 0) writeNow(op, gathered_, length);
+}
+
+void TextEdit::writeNow(Operation& op, const void* bytes, unsigned long length) {
+  if (std::fwrite(bytes, 1, length, store_.temporaryStream) == length) return;
   stop(op, 640, status::copy_write_failed);
 }
 
@@ -142,6 +162,8 @@ class TextAdd : public TextEdit {
   void rewrite(Operation& op);
   GenRegStatus verify(Operation&) { return store_.Verify(kGenRegAdd, mask_, nullptr, added_); }
   void treat(Operation& op);
+  // A line of the length that an update cannot read back is refused, so each is looked at.
+  static constexpr bool carriesPieces() { return false; }
   void* firstRecord() { return added_; }
   void* secondRecord() { return nullptr; }
 
@@ -215,6 +237,7 @@ class TextChange : public TextEdit {
   }
   GenRegStatus verify(Operation&) { return store_.Verify(kGenRegChange, mask_, key_, newRecord_); }
   void treat(Operation& op);
+  static constexpr bool carriesPieces() { return true; }
   void* firstRecord() { return key_; }
   void* secondRecord() { return newRecord_; }
 
@@ -269,6 +292,7 @@ class TextDelete : public TextEdit {
     if (isSelected(op, key_)) return countMatch(op);
     if (!stopped_) copyRaw(op);
   }
+  static constexpr bool carriesPieces() { return true; }
   void* firstRecord() { return key_; }
   void* secondRecord() { return nullptr; }
 

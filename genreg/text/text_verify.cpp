@@ -32,6 +32,10 @@ class LineComparison {
     earlier_.cursor().readFrom(store_.registryStream, 0, store_.registrySize);
     current_.cursor().readFrom(store_.temporaryStream, 0, store_.temporarySize);
   }
+  void passOverSame() {
+    while (earlier_.text().passOverSame(current_.text()))
+      continue;
+  }
   bool readEarlier(Operation& op) {
     return earlier_.next(op, status::read_failed) == LineStep::kLine;
   }

@@ -3,7 +3,10 @@
 #pragma once
 
 #include <cstring>
+#include <functional>
+#include <optional>
 
+#include "genreg/text/internal/line_reader.h"
 #include "genreg/text/text_store.h"
 #include "platform/osse/log.h"
 #include "platform/osse/trace.h"
@@ -20,6 +23,9 @@ class LineFilter {
       return;
     }
     text_ = slots->requiredText(mask, key);
+    if (text_ == nullptr) return;
+    const auto* bytes = reinterpret_cast<const unsigned char*>(text_);
+    search_.emplace(bytes, bytes + std::strlen(text_));
   }
 
   // False when the line's record would not agree with the key.
@@ -27,8 +33,16 @@ class LineFilter {
     return text_ == nullptr || std::strstr(line, text_) != nullptr;
   }
 
+  // Steps over lines in memory whose records would not agree, and gives them.
+  Passage passOver(LineReader& reader) const {
+    return search_.has_value() ? reader.passOver(*search_) : Passage{};
+  }
+
  private:
+  using Search = std::boyer_moore_horspool_searcher<const unsigned char*>;
+
   const char* text_ = nullptr;
+  std::optional<Search> search_;
 };
 
 }  // namespace genreg

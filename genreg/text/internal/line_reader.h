@@ -21,6 +21,12 @@ struct LineRead {
   bool cut = false;             // the line goes on beyond the buffer
 };
 
+// Bytes in memory.
+struct Passage {
+  const unsigned char* bytes = nullptr;
+  unsigned long length = 0;
+};
+
 // One step for a stream that somebody else reads, too: the physical text into `raw`, the logical
 // line into `line`, both of `size` bytes. Nothing is read ahead.
 LineRead readLogicalLine(char* raw, char* line, unsigned long size, FILE* file,
@@ -37,8 +43,20 @@ class LineReader {
 
   // Reads the next line. False when none came: at the end of the file, or on a read error.
   bool next();
+
+  // Steps over whole lines that are in memory, from the next one on, and gives them: those before
+  // the first that may hold what `search`, a searcher of the standard library, looks for. None
+  // where a backslash can join lines. What is given stays until the next step.
+  template <class Search>
+  Passage passOver(const Search& search) {
+    const Passage ahead = linesAhead();
+    const auto found = search(ahead.bytes, ahead.bytes + ahead.length).first;
+    return skipLines(static_cast<unsigned long>(found - ahead.bytes));
+  }
+  // The same for lines that `other` has, too.
+  bool passOverSame(LineReader& other);
   // Whether the file could not be read.
-  bool hasError() const { return unread_; }
+  bool hasError() const { return cursor_.hasFailed(); }
   // Whether no further line comes.
   bool isLast();
 
@@ -51,9 +69,11 @@ class LineReader {
   bool isPiece() const { return last_.cut || continuesPiece_; }
 
  private:
+  Passage linesAhead();
+  Passage skipLines(unsigned long most);
+
   const Continuations continuations_;
   BlockCursor cursor_;
-  bool unread_ = false;
   LineRead last_;
   bool continuesPiece_ = false;
   char raw_[kGenRegLineSize];

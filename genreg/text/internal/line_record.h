@@ -34,7 +34,12 @@ class LineRecord {
   // with 0x90000220.
   LineStep next(Operation& op, GenRegStatus readFailure);
   // Makes the line's record, once. A line that does not parse is noted and leaves an empty one.
-  void parse(Operation& op);
+  void parse(Operation& op) {
+    if (!tried_) parsed_ = parseInto(op, record());
+    tried_ = true;
+  }
+  // The same into `record`, of the format's largest size, every time. Whether it was understood.
+  bool parseInto(Operation& op, void* record);
 
   LineReader& text() { return reader_; }
   void* record() { return scratch_.block(); }
