@@ -28,9 +28,7 @@ class BinSearch {
 
  private:
   bool isTaken(Operation& op);
-  bool isWhole() const {
-    return images_.examine(kGenRegImageWhole, reader_->frame(), reader_->frameLength()) != 0;
-  }
+  ImageEnd imageEnd() const { return images_.endOf(reader_->frame(), reader_->frameLength()); }
   bool isMatch(Operation& op);
   bool isLargeEnough(Operation& op);
 
@@ -54,7 +52,7 @@ void BinSearch::allocate(Operation& op) {
   }
   if (reader_ == nullptr) return;
   reader_->prepare(maxRecord_);
-  if (!images_.isAvailable()) reader_->allocate(500);
+  if (!images_.isAvailable()) reader_->allocate(500, ImageEnd::kUnknown);
 }
 
 void BinSearch::release() {
@@ -84,7 +82,7 @@ bool BinSearch::isTaken(Operation& op) {
   const unsigned found = images_.examine(kGenRegImageDiffers | kGenRegImageAgrees, reader_->frame(),
                                          reader_->frameLength(), mask_, key_);
   if ((found & kGenRegImageDiffers) != 0) return false;
-  if ((found & kGenRegImageAgrees) != 0 && isWhole()) {
+  if ((found & kGenRegImageAgrees) != 0 && imageEnd() == ImageEnd::kKnown) {
     if (isLargeEnough(op)) images_.unpackTo(reader_->frame(), result_);
     return true;
   }
@@ -94,7 +92,7 @@ bool BinSearch::isTaken(Operation& op) {
 }
 
 bool BinSearch::isMatch(Operation& op) {
-  reader_->load(op, status::read_failed);
+  reader_->load(op, status::read_failed, imageEnd());
   if (op.failed()) return false;
   reader_->unpack(op);
   if (!op.failed()) return matches(op, store_, mask_, reader_->record(), key_);

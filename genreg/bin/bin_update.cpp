@@ -75,7 +75,7 @@ class BinEdit {
 
 void BinEdit::allocateReader(unsigned probe) {
   reader_.prepare(maxRecord_);
-  if (!images_.isAvailable()) reader_.allocate(probe);
+  if (!images_.isAvailable()) reader_.allocate(probe, ImageEnd::kUnknown);
 }
 
 // Steps to the next stored frame. False at the end, or on a failure.
@@ -97,7 +97,7 @@ bool BinEdit::isCarried(void* compared) const {
 }
 
 void BinEdit::loadStored(Operation& op) {
-  reader_.load(op, status::read_failed);
+  reader_.load(op, status::read_failed, images_.endOf(reader_.frame(), reader_.frameLength()));
   if (!op.failed()) reader_.unpack(op);
 }
 
@@ -154,7 +154,7 @@ void BinEdit::prepareGiven(Operation& op, void* record) {
     if (rc != status::ok || givenSize_ > maxRecord_) givenSize_ = maxRecord_;
   }
   given_.prepare(maxRecord_);
-  given_.allocate(630);
+  given_.allocate(630, images_.ownImageEnd());
   if (!op.failed()) given_.takeIn(record, givenSize_);
 }
 

@@ -39,8 +39,8 @@ class FrameComparison {
     earlier_.reader.prepare(maxRecord);
     current_.reader.prepare(maxRecord);
     if (images_.isAvailable()) return;
-    earlier_.reader.allocate(200);
-    if (!op.failed()) current_.reader.allocate(201);
+    earlier_.reader.allocate(200, ImageEnd::kUnknown);
+    if (!op.failed()) current_.reader.allocate(201, ImageEnd::kUnknown);
   }
   void begin() {
     earlier_.reader.cursor().readFrom(store_.registryStream, store_.firstRecord,
@@ -120,7 +120,7 @@ bool FrameComparison::readCurrent(Operation& op) {
 
 bool FrameComparison::isUnpacked(Operation& op, Side& side) {
   if (side.unpacked || op.failed()) return side.unpacked;
-  side.reader.load(op, side.failure);
+  side.reader.load(op, side.failure, side.whole ? ImageEnd::kKnown : ImageEnd::kUnknown);
   if (!op.failed()) side.reader.unpack(op);
   side.unpacked = !op.failed();
   return side.unpacked;

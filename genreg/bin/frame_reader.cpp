@@ -83,9 +83,9 @@ GenRegStatus FrameReader::nextFromStream() {
   return op.status();
 }
 
-void FrameReader::load(Operation& op, GenRegStatus failure) {
+void FrameReader::load(Operation& op, GenRegStatus failure, ImageEnd imageEnd) {
   Operation read(kGenRegBinReadRecord, store_.registryPath);
-  growBlock(read, block_.address(), roomFor(frameLength_));
+  growBlock(read, block_.address(), roomFor(frameLength_, imageEnd));
   if (read.failed()) {
     op.fail(35, failure, read.status());
     return;

@@ -22,14 +22,14 @@ constexpr unsigned long kNoRoom = std::numeric_limits<unsigned long>::max();
 
 // Packing in place needs room for the record's own fields, for what is carried over from the stored
 // image, and for the walk over either.
-unsigned long RecordBlock::roomFor(unsigned long length) const {
+unsigned long RecordBlock::roomFor(unsigned long length, ImageEnd imageEnd) const {
   if (!store_.isFeatureSet(kGenRegPacked)) return std::max(length, maxRecord_);
-  const unsigned long besides = maxRecord_ + kWalkSlack;
+  const unsigned long besides = maxRecord_ + (imageEnd == ImageEnd::kKnown ? 0 : kWalkSlack);
   return length < kNoRoom - besides ? length + besides : kNoRoom;  // a length may be near 4 GiB
 }
 
-void RecordBlock::allocate(unsigned probe) {
-  if (block_.reserve(probe, roomFor(maxRecord_))) record_ = block_.block();
+void RecordBlock::allocate(unsigned probe, ImageEnd imageEnd) {
+  if (block_.reserve(probe, roomFor(maxRecord_, imageEnd))) record_ = block_.block();
 }
 
 void RecordBlock::holdStored(unsigned long length) {

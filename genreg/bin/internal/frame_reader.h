@@ -48,7 +48,7 @@ class FrameReader : public RecordBlock {
   unsigned long frameLength() const { return frameLength_; }
 
   // Copies the frame into the block, as the record. Fails `op` with `failure` for want of memory.
-  void load(Operation& op, GenRegStatus failure);
+  void load(Operation& op, GenRegStatus failure, ImageEnd imageEnd);
 
  private:
   GenRegStatus take(unsigned long length) {

@@ -4,6 +4,7 @@
 #pragma once
 
 #include "genreg/bin/bin_store.h"
+#include "genreg/bin/internal/record_block.h"
 #include "genreg/internal/features.h"
 
 namespace genreg {
@@ -14,6 +15,11 @@ class ImageView {
       : slots_(speaksFor(store) ? store.imageSlots : nullptr) {}
 
   bool isAvailable() const { return slots_ != nullptr; }
+  // Of images as the format's slots make them.
+  ImageEnd ownImageEnd() const { return isAvailable() ? ImageEnd::kKnown : ImageEnd::kUnknown; }
+  ImageEnd endOf(const void* image, unsigned long length) const {
+    return examine(kGenRegImageWhole, image, length) != 0 ? ImageEnd::kKnown : ImageEnd::kUnknown;
+  }
   // The GenRegImageFinding bits that are known; none without image slots.
   unsigned examine(unsigned wanted, const void* image, unsigned long length,
                    unsigned long long mask = 0, const void* key = nullptr) const {

@@ -7,6 +7,10 @@
 
 namespace genreg {
 
+// Whether an image is known to end within its length. One that may not is walked beyond it, and
+// must be followed by zeros that end the walk.
+enum class ImageEnd { kKnown, kUnknown };
+
 class RecordBlock {
  public:
   // `op` learns of memory that cannot be had or released, under these codes.
@@ -16,7 +20,7 @@ class RecordBlock {
   // Records have up to `maxRecord` bytes from now on.
   void prepare(unsigned long maxRecord) { maxRecord_ = maxRecord; }
   // Takes the block for such records; what fails is reported to the operation.
-  void allocate(unsigned probe);
+  void allocate(unsigned probe, ImageEnd imageEnd);
   // As the block's.
   void reportTo(Operation* op) { block_.reportTo(op); }
   void release() { block_.release(); }
@@ -38,7 +42,7 @@ class RecordBlock {
 
  protected:
   // The bytes of block that a stored record of `length` bytes needs.
-  unsigned long roomFor(unsigned long length) const;
+  unsigned long roomFor(unsigned long length, ImageEnd imageEnd) const;
   // Makes the record a stored one, copied to the start of the block, which has room for it.
   void takeStored(const void* image, unsigned long length);
 
