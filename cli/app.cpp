@@ -56,8 +56,9 @@ void addNames(const Table& table, std::vector<std::string>* names) {
   if (isLaterWord(word)) {
     throw usageFailure(fmt::format("{} {}: not in this version of vrxreg", noun.name, word));
   }
+  const std::vector<Verb> verbs = verbsOf(noun);
   std::vector<std::string> names;
-  addNames(nounVerbs(), &names);
+  addNames(verbs, &names);
   throw usageFailure(fmt::format("{} {}: no such verb{}; there are {}", noun.name, word,
                                  suggestion(word, names), join(names, ", ")));
 }
@@ -91,8 +92,9 @@ Exit runVerb(const Arguments& arguments, const Noun* noun, const Verb& verb, std
 }
 
 Exit runNoun(const Arguments& arguments, const Noun& noun, std::string* output) {
+  const std::vector<Verb> verbs = verbsOf(noun);
   if (arguments.words.size() > 1) {
-    const Verb* verb = findVerb(nounVerbs(), arguments.words[1]);
+    const Verb* verb = findVerb(verbs, arguments.words[1]);
     if (verb == nullptr) unknownVerb(noun, arguments.words[1]);
     return runVerb(arguments, &noun, *verb, 2, output);
   }
@@ -101,7 +103,7 @@ Exit runNoun(const Arguments& arguments, const Noun& noun, std::string* output) 
     return Exit::done;
   }
   std::vector<std::string> names;
-  addNames(nounVerbs(), &names);
+  addNames(verbs, &names);
   throw usageFailure(
       fmt::format("{}: a verb is missing; there are {}", noun.name, join(names, ", ")));
 }

@@ -65,7 +65,7 @@ std::vector<Record> Target::read(const Done& done) {
   return readRecords(*store_, path_);
 }
 
-GenRegStatus Target::run(const std::function<GenRegStatus()>& update) {
+vrx::Status Target::run(const std::function<vrx::Status()>& update) {
   return runUpdate(command_.arguments, *store_, update);
 }
 

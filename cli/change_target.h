@@ -45,7 +45,7 @@ class Target {
   std::vector<Record> read(const Done& done);
 
   // Runs an update under the command's time limit.
-  [[nodiscard]] GenRegStatus run(const std::function<GenRegStatus()>& update);
+  [[nodiscard]] vrx::Status run(const std::function<vrx::Status()>& update);
 
   // The difference that the command has made.
   std::string difference(const Done& done) const;

@@ -4,9 +4,8 @@
 
 #include <fmt/format.h>
 
-#include <cstring>
-
 #include "platform/osse/status.h"
+#include "vrx/status.h"
 
 namespace cli {
 
@@ -30,6 +29,8 @@ constexpr ExitRange kExits[] = {
     {oss::status::memory_damaged, oss::status::memory_damaged, Exit::bug},
     {oss::status::not_a_boolean, oss::status::not_a_boolean, Exit::refused},
     {oss::status::unknown_user, oss::status::no_home_directory, Exit::noRegistry},
+    {oss::status::level_file_missing, oss::status::level_file_missing, Exit::noRegistry},
+    {oss::status::level_file_malformed, oss::status::level_file_malformed, Exit::damaged},
     {code::frame_past_end, code::packed_malformed, Exit::damaged},
     {code::no_base_name, code::no_directory_name, Exit::noRegistry},
     {code::paths_not_set, code::paths_not_set, Exit::noRegistry},
@@ -74,13 +75,6 @@ constexpr ExitRange kExits[] = {
     {code::checksum_mismatch, code::checksum_mismatch, Exit::damaged},
 };
 
-// Clean-up that follows the commit: the new contents are in place whatever it reports.
-constexpr GenRegStatus kAfterCommit[] = {code::lock_not_released, code::scratch_not_released,
-                                         code::no_notify_slot, code::backup_not_deleted};
-
-constexpr GenRegStatus kSystemBase = 0x90000080u;  // plus errno
-constexpr GenRegStatus kSystemLast = kSystemBase + 133;
-
 }  // namespace
 
 Exit exitOf(GenRegStatus status) {
@@ -91,20 +85,7 @@ Exit exitOf(GenRegStatus status) {
 }
 
 std::string meaningOf(GenRegStatus status) {
-  const GenRegStatusInfo* info = genregStatusInfo(status);
-  if (info != nullptr) return info->meaning;
-  if (status > kSystemBase && status <= kSystemLast) {
-    return fmt::format("system error {}: {}", status - kSystemBase,
-                       std::strerror(static_cast<int>(status - kSystemBase)));
-  }
-  return "a code without a meaning";
-}
-
-bool updateStands(GenRegStatus status) {
-  for (const GenRegStatus late : kAfterCommit) {
-    if (status == late) return true;
-  }
-  return false;
+  return vrx::Status(status).meaning();
 }
 
 std::string codeText(GenRegStatus status) {
@@ -112,7 +93,7 @@ std::string codeText(GenRegStatus status) {
 }
 
 Failure failureOf(GenRegStatus status, const std::string& subject, const std::string& path) {
-  const char* remark = updateStands(status) ? "; the update stands" : "";
+  const char* remark = vrx::Status(status).updateStands() ? "; the update stands" : "";
   Failure failure(exitOf(status), fmt::format("{}: {}{}", subject, meaningOf(status), remark));
   failure.code = status;
   failure.path = path;

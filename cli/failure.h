@@ -49,9 +49,6 @@ Exit exitOf(GenRegStatus code);
 // What the code means, in one clause; never empty.
 std::string meaningOf(GenRegStatus code);
 
-// True for the codes that report failed clean-up after the update itself has been committed.
-bool updateStands(GenRegStatus code);
-
 // "0x900001F6".
 std::string codeText(GenRegStatus code);
 

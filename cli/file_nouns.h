@@ -3,8 +3,12 @@
 #pragma once
 
 #include "cli/noun.h"
+#include "genreg/text/line_io.h"
 
 namespace cli {
+
+// The text of a line, without its line end.
+constexpr std::size_t kMaxLineText = kGenRegLineSize - 2;
 
 Noun profileNoun();
 Noun portsNoun();

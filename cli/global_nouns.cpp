@@ -1,108 +1,136 @@
 // SPDX-License-Identifier: Apache-2.0
-// The nouns of the global registry as data: names, types and places of every field, once.
+// The nouns of the global registry: their fields, the choice of the file, and what a registry that
+// another program has written may hold beyond what the face's values tell.
+#include "cli/global_nouns.h"
+
 #include "cli/arguments.h"
-#include "cli/global_store.h"
+#include "cli/face_store.h"
+#include "cli/location.h"
+#include "vrx/global_registry.h"
 
 namespace cli {
 
 namespace {
 
-// A field's two halves: what the verbs know and where it lies in the record.
-struct GlobalField {
-  Field field;
-  GlobalSlot slot;
-};
+enum InstanceField : std::size_t { kStartAtBoot = 5, kMaintenance = 6 };
 
-#define VRX_PLACE(body, member) \
-  offsetof(GlobalRegRecord, body.member), sizeof(GlobalRegRecord::body.member)
-#define VRX_TEXT(name, heading, bit, body, member, part)                                    \
-  {                                                                                         \
-    {name, heading, Kind::text, sizeof(GlobalRegRecord::body.member) - 1, KeyPart::part}, { \
-      bit, VRX_PLACE(body, member)                                                          \
-    }                                                                                       \
+#define VRX_WIDTH(body, member) (sizeof(GlobalRegRecord::body.member) - 1)
+
+std::vector<Field> instanceFields() {
+  return {
+      {"service", "SERVICE", Kind::text, VRX_WIDTH(Instance, Service), KeyPart::service},
+      {"version", "VERSION", Kind::version, 0, KeyPart::version},
+      {"instance", "INSTANCE", Kind::text, VRX_WIDTH(Instance, InstanceName), KeyPart::name},
+      {"path", "PATH", Kind::text, VRX_WIDTH(Instance, InstancePath), KeyPart::none},
+      {"usage", "USAGE", Kind::text, VRX_WIDTH(Instance, Usage), KeyPart::none},
+      {"start_at_boot", "BOOT", Kind::boolean, 0, KeyPart::none},
+      {"maintenance", "MAINT", Kind::boolean, 0, KeyPart::none},
+      {"aux_path", "AUX_PATH", Kind::text, VRX_WIDTH(Instance, AuxPath), KeyPart::none},
+      {"aux_name", "AUX_NAME", Kind::text, VRX_WIDTH(Instance, AuxName), KeyPart::none},
+      {"comment", "COMMENT", Kind::text, VRX_WIDTH(Instance, Comment), KeyPart::none},
+  };
+}
+
+std::vector<Field> serviceFields() {
+  return {
+      {"service", "SERVICE", Kind::text, VRX_WIDTH(Services, Service), KeyPart::service},
+      {"version", "VERSION", Kind::version, 0, KeyPart::version},
+      {"text1", "TEXT1", Kind::text, VRX_WIDTH(Services, Text1), KeyPart::none},
+      {"text2", "TEXT2", Kind::text, VRX_WIDTH(Services, Text2), KeyPart::none},
+      {"text3", "TEXT3", Kind::text, VRX_WIDTH(Services, Text3), KeyPart::none},
+      {"fixpack", "FIXPACK", Kind::number, 0, KeyPart::none},
+      {"num2", "NUM2", Kind::number, 0, KeyPart::none},
+      {"flag", "FLAG", Kind::byte, 0, KeyPart::none},
+      {"num3", "NUM3", Kind::number, 0, KeyPart::none},
+      {"num4", "NUM4", Kind::number, 0, KeyPart::none},
+  };
+}
+
+std::vector<Field> variableFields() {
+  return {
+      {"service", "SERVICE", Kind::text, VRX_WIDTH(Variable, Service), KeyPart::service},
+      {"variable", "VARIABLE", Kind::text, VRX_WIDTH(Variable, Variable), KeyPart::name},
+      {"value", "VALUE", Kind::text, VRX_WIDTH(Variable, Value), KeyPart::none},
+      {"comment", "COMMENT", Kind::text, VRX_WIDTH(Variable, Comment), KeyPart::none},
+  };
+}
+
+#undef VRX_WIDTH
+
+// Every field is absent where its bit is clear, a part of the key too; a text may be present and
+// empty.
+void showPresence(const vrx::GlobalImage& image, Row* row) {
+  std::uint64_t bit = 1;
+  for (Value& value : row->values) {
+    const bool present = (image.record.FieldMask & bit) != 0;
+    if (!present) value = Value{};
+    if (present && isAbsent(value)) value = std::string();
+    bit <<= 1;
   }
-#define VRX_WORD(name, heading, kind, bit, body, member, part) \
-  {                                                            \
-    {name, heading, Kind::kind, 0, KeyPart::part}, {           \
-      bit, VRX_PLACE(body, member)                             \
-    }                                                          \
+  for (const vrx::LaterField& later : image.laterFields)
+    row->unknown.push_back({later.bit, later.bytes});
+}
+
+// A stored boolean other than 0 and 1 is shown as the number that it is.
+void showOddNumber(const vrx::GlobalImage& image, std::uint64_t bit, std::uint32_t number,
+                   Value* value) {
+  if ((image.record.FieldMask & bit) != 0 && number > 1) *value = std::uint64_t{number};
+}
+
+// The value of an odd number is as that of an absent field, which is what it may become.
+void forgetOddNumber(const Value& old, const Value& next, std::optional<bool>* yes) {
+  if (!std::holds_alternative<std::uint64_t>(old) || old == next) return;
+  *yes = !(isAbsent(next) || std::get<bool>(next));
+}
+
+}  // namespace
+
+void completeRow(const vrx::Stored<vrx::Instance>& instance, Row* row) {
+  showPresence(instance.image, row);
+  const GlobalRegInstanceBody& body = instance.image.record.Instance;
+  showOddNumber(instance.image, kInstanceStartAtBoot, body.StartAtBoot, &row->values[kStartAtBoot]);
+  showOddNumber(instance.image, kInstanceMaintenance, body.Maintenance, &row->values[kMaintenance]);
+}
+
+void completeRow(const vrx::Stored<vrx::Service>& service, Row* row) {
+  showPresence(service.image, row);
+}
+
+void completeRow(const vrx::Stored<vrx::Variable>& variable, Row* row) {
+  showPresence(variable.image, row);
+}
+
+void tellApart(const Row& old, const Row& next, const vrx::Instance&,
+               vrx::Stored<vrx::Instance>* was) {
+  forgetOddNumber(old.values[kStartAtBoot], next.values[kStartAtBoot], &was->startAtBoot);
+  forgetOddNumber(old.values[kMaintenance], next.values[kMaintenance], &was->maintenance);
+}
+
+namespace {
+
+vrx::GlobalRegistry openRegistry(const Arguments& arguments, const std::string& path,
+                                 SideEffects effects) {
+  const std::string& wanted = path.empty() ? arguments.registry.value_or("") : path;
+  if (!wanted.empty()) useRegistry(wanted);
+  vrx::GlobalRegistry registry(scopeOf(arguments));
+  const std::string chosen = registryPathOf(registry);
+  if (!wanted.empty() && chosen != wanted) {
+    throw Failure(Exit::refused, wanted + ": a set-user-id program does not choose its registry");
   }
-
-const GlobalField kInstanceFields[] = {
-    VRX_TEXT("service", "SERVICE", kInstanceService, Instance, Service, service),
-    VRX_WORD("version", "VERSION", version, kInstanceVersionCode, Instance, VersionCode, version),
-    VRX_TEXT("instance", "INSTANCE", kInstanceName, Instance, InstanceName, name),
-    VRX_TEXT("path", "PATH", kInstancePath, Instance, InstancePath, none),
-    VRX_TEXT("usage", "USAGE", kInstanceUsage, Instance, Usage, none),
-    VRX_WORD("start_at_boot", "BOOT", boolean, kInstanceStartAtBoot, Instance, StartAtBoot, none),
-    VRX_WORD("maintenance", "MAINT", boolean, kInstanceMaintenance, Instance, Maintenance, none),
-    VRX_TEXT("aux_path", "AUX_PATH", kInstanceAuxPath, Instance, AuxPath, none),
-    VRX_TEXT("aux_name", "AUX_NAME", kInstanceAuxName, Instance, AuxName, none),
-    VRX_TEXT("comment", "COMMENT", kInstanceComment, Instance, Comment, none),
-};
-
-const GlobalField kServiceFields[] = {
-    VRX_TEXT("service", "SERVICE", kServiceService, Services, Service, service),
-    VRX_WORD("version", "VERSION", version, kServiceVersionCode, Services, VersionCode, version),
-    VRX_TEXT("text1", "TEXT1", kServiceText1, Services, Text1, none),
-    VRX_TEXT("text2", "TEXT2", kServiceText2, Services, Text2, none),
-    VRX_TEXT("text3", "TEXT3", kServiceText3, Services, Text3, none),
-    VRX_WORD("fixpack", "FIXPACK", number, kServiceFixpackNumber, Services, FixpackNumber, none),
-    VRX_WORD("num2", "NUM2", number, kServiceNum2, Services, Num2, none),
-    VRX_WORD("flag", "FLAG", byte, kServiceFlag, Services, Flag, none),
-    VRX_WORD("num3", "NUM3", number, kServiceNum3, Services, Num3, none),
-    VRX_WORD("num4", "NUM4", number, kServiceNum4, Services, Num4, none),
-};
-
-const GlobalField kVariableFields[] = {
-    VRX_TEXT("service", "SERVICE", kVariableService, Variable, Service, service),
-    VRX_TEXT("variable", "VARIABLE", kVariableVariable, Variable, Variable, name),
-    VRX_TEXT("value", "VALUE", kVariableValue, Variable, Value, none),
-    VRX_TEXT("comment", "COMMENT", kVariableComment, Variable, Comment, none),
-};
-
-#undef VRX_WORD
-#undef VRX_TEXT
-#undef VRX_PLACE
-
-template <std::size_t N>
-std::vector<Field> fieldsOf(const GlobalField (&table)[N]) {
-  std::vector<Field> fields;
-  for (const GlobalField& row : table)
-    fields.push_back(row.field);
-  return fields;
+  registry.native().CallerArgCount = arguments.count;
+  registry.native().CallerArgs = arguments.strings;
+  if (effects == SideEffects::wanted) return registry;
+  // Both are set by every global registry, so there is nothing that could fail.
+  (void)registry.native().unsetFeature(kGenRegChangeLog);
+  (void)registry.native().unsetFeature(kGenRegNotify);
+  return registry;
 }
 
-template <std::size_t N>
-std::vector<GlobalSlot> slotsOf(const GlobalField (&table)[N]) {
-  std::vector<GlobalSlot> slots;
-  for (const GlobalField& row : table)
-    slots.push_back(row.slot);
-  return slots;
-}
-
-const GlobalLayout& instanceLayout() {
-  static const GlobalLayout layout = {kGlobalRegInstance, kInstanceKey, kInstanceKnown,
-                                      slotsOf(kInstanceFields)};
-  return layout;
-}
-
-const GlobalLayout& serviceLayout() {
-  static const GlobalLayout layout = {kGlobalRegService, kServiceKey, kServiceKnown,
-                                      slotsOf(kServiceFields)};
-  return layout;
-}
-
-const GlobalLayout& variableLayout() {
-  static const GlobalLayout layout = {kGlobalRegVariable, kVariableKey, kVariableKnown,
-                                      slotsOf(kVariableFields)};
-  return layout;
-}
-
-template <const GlobalLayout& (*layout)()>
+template <class Registry, Registry (vrx::GlobalRegistry::*kind)() const>
 std::unique_ptr<Store> open(const Noun& noun, const Arguments& arguments, const std::string& path,
                             SideEffects effects) {
-  return openGlobalStore(noun, layout(), arguments, path, effects);
+  const vrx::GlobalRegistry registry = openRegistry(arguments, path, effects);
+  return std::make_unique<FaceStore<Registry>>(noun, arguments, (registry.*kind)());
 }
 
 }  // namespace
@@ -112,12 +140,13 @@ std::vector<Noun> globalNouns() {
   return {
       {"instance", "the host's instances", "SERVICE/VERSION/NAME",
        "service,version,instance,start_at_boot,maintenance,usage,path", KeyPart::name,
-       fieldsOf(kInstanceFields), &open<instanceLayout>, kAccepts},
+       instanceFields(), &open<vrx::Instances, &vrx::GlobalRegistry::instances>, kAccepts},
       {"service", "the installed copies", "SERVICE/VERSION", "service,version,fixpack,text1",
-       KeyPart::service, fieldsOf(kServiceFields), &open<serviceLayout>, kAccepts},
+       KeyPart::service, serviceFields(), &open<vrx::Services, &vrx::GlobalRegistry::services>,
+       kAccepts},
       {"variable", "the variables kept for installed copies", "SERVICE/VARIABLE",
-       "service,variable,value,comment", KeyPart::name, fieldsOf(kVariableFields),
-       &open<variableLayout>, kAccepts},
+       "service,variable,value,comment", KeyPart::name, variableFields(),
+       &open<vrx::Variables, &vrx::GlobalRegistry::variables>, kAccepts},
   };
 }
 

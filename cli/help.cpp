@@ -18,6 +18,13 @@ std::string verbLines(const std::vector<Verb>& verbs) {
   return text;
 }
 
+// The verbs that only this noun has.
+std::string ownVerbLines(const Noun& noun) {
+  std::vector<Verb> verbs = verbsOf(noun);
+  verbs.erase(verbs.begin(), verbs.begin() + static_cast<std::ptrdiff_t>(nounVerbs().size()));
+  return verbLines(verbs);
+}
+
 std::string describe(const Field& field) {
   switch (field.kind) {
     case Kind::number:
@@ -64,14 +71,19 @@ std::string generalHelp() {
   for (const Noun& noun : nouns()) {
     text += fmt::format("  {:<10} {} ({})\n", noun.name, noun.what, noun.keyForm);
   }
-  return text + "\nVerbs of every noun:\n" + verbLines(nounVerbs()) + "\nOther verbs:\n" +
-         verbLines(topVerbs()) + "\nOptions (anywhere):\n" + optionsHelp() + "\n" + kExits;
+  text += "\nVerbs of every noun:\n" + verbLines(nounVerbs());
+  for (const Noun& noun : nouns()) {
+    const std::string own = ownVerbLines(noun);
+    if (!own.empty()) text += fmt::format("\nVerbs of {} alone:\n{}", noun.name, own);
+  }
+  return text + "\nOther verbs:\n" + verbLines(topVerbs()) + "\nOptions (anywhere):\n" +
+         optionsHelp() + "\n" + kExits;
 }
 
 std::string nounHelp(const Noun& noun) {
   return fmt::format("Usage: vrxreg {0} VERB ...: {1}\n\nKey: {2}, shorter while it is unique\n\n",
                      noun.name, noun.what, noun.keyForm) +
-         "Verbs:\n" + verbLines(nounVerbs()) + "\nFields:\n" + fieldLines(noun);
+         "Verbs:\n" + verbLines(verbsOf(noun)) + "\nFields:\n" + fieldLines(noun);
 }
 
 std::string verbHelp(const Noun* noun, const Verb& verb) {

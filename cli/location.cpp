@@ -5,12 +5,11 @@
 #include <fmt/format.h>
 #include <sys/stat.h>
 
-#include <cerrno>
 #include <cstdlib>
 
 #include "cli/failure.h"
-#include "platform/osse/errors.h"
 #include "platform/osse/paths.h"
+#include "vrx/file.h"
 
 namespace cli {
 
@@ -47,8 +46,12 @@ void useRegistry(const std::string& path) {
   setenv(kPathVariable, path.c_str(), 1);
 }
 
-std::string registryPathOf(const GlobalReg& registry) {
-  if ((registry.state & kGenRegStatePathsSet) != 0) return registry.registryPath;
+vrx::Scope scopeOf(const Arguments& arguments) {
+  return arguments.hostWide ? vrx::Scope::hostWide : vrx::Scope::own;
+}
+
+std::string registryPathOf(const vrx::GlobalRegistry& registry) {
+  if (registry.status()) return registry.path();
   Failure failure(Exit::noRegistry, "the global registry: " + whyNoPath());
   failure.code = genreg::status::paths_not_set;
   throw failure;
@@ -88,14 +91,8 @@ void requireFolder(const std::string& path) {
 }
 
 void requireRegistry(const std::string& path) {
-  struct stat info {};
-  if (stat(path.c_str(), &info) != 0) {
-    const bool missing = errno == ENOENT || errno == ENOTDIR;
-    const GenRegStatus code =
-        missing ? GenRegStatus{genreg::status::no_registry} : ossErrorMapSystem(errno);
-    throw failureOf(code, path, path);
-  }
-  if (!S_ISREG(info.st_mode)) throw failureOf(oss::status::not_a_regular_file, path, path);
+  const vrx::Status file = vrx::checkFile(path);
+  if (!file) throw failureOf(file.code(), path, path);
 }
 
 }  // namespace cli

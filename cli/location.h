@@ -5,7 +5,7 @@
 #include <string>
 
 #include "cli/arguments.h"
-#include "globalreg/global_reg.h"
+#include "vrx/global_registry.h"
 
 namespace cli {
 
@@ -13,9 +13,12 @@ namespace cli {
 // environment, as it does for every other program of the library.
 void useRegistry(const std::string& path);
 
-// The path of this object's registry. Throws Failure (noRegistry) when it has none that can be
+// The registries that the environment may choose under these arguments.
+vrx::Scope scopeOf(const Arguments& arguments);
+
+// The path of this registry. Throws Failure (noRegistry) when it has none that can be
 // used.
-std::string registryPathOf(const GlobalReg& registry);
+std::string registryPathOf(const vrx::GlobalRegistry& registry);
 
 // One clause: which rule chose the registry.
 std::string registryReason(const Arguments& arguments);

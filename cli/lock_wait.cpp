@@ -103,15 +103,15 @@ std::string lockHolder(const std::string& path) {
   return "another process";
 }
 
-GenRegStatus runUpdate(const Arguments& arguments, Store& store,
-                       const std::function<GenRegStatus()>& update) {
+vrx::Status runUpdate(const Arguments& arguments, Store& store,
+                      const std::function<vrx::Status()>& update) {
   const Clock::time_point start = Clock::now();
   for (bool firstRound = true;; firstRound = false) {
     ossSetLockTimeLimit(nextLimit(arguments.timeLimit, start, firstRound));
-    const GenRegStatus rc = update();
-    if (rc != status::lock_not_taken) return rc;
+    const vrx::Status outcome = update();
+    if (outcome.code() != status::lock_not_taken) return outcome;
     const GenRegStatus probed = store.probeLock();
-    if (!isBusy(probed)) return probed;
+    if (!isBusy(probed)) return vrx::Status(probed);
     const bool timeIsUp = arguments.timeLimit >= 0 && elapsed(start) >= arguments.timeLimit;
     if (timeIsUp) giveUp(store, arguments.timeLimit);
     if (firstRound && isatty(STDERR_FILENO) == 1) announce(store);

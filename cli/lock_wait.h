@@ -13,8 +13,8 @@ namespace cli {
 // Runs `update`, which takes the store's lock, again and again while the lock is busy, until it has
 // run or the time limit has passed. Its status, with lock_not_taken replaced by the reason why the
 // lock could not be taken. Throws Failure (busy) when the time has passed; the holder is named.
-GenRegStatus runUpdate(const Arguments& arguments, Store& store,
-                       const std::function<GenRegStatus()>& update);
+vrx::Status runUpdate(const Arguments& arguments, Store& store,
+                      const std::function<vrx::Status()>& update);
 
 // "pid 4312 (vrxinst)" for the process that holds a lock on this file, as far as /proc shows it to
 // this user; "another process" otherwise.

@@ -3,18 +3,14 @@
 #include "cli/noun.h"
 
 #include "cli/file_nouns.h"
-#include "cli/global_store.h"
+#include "cli/global_nouns.h"
 #include "cli/text.h"
 
 namespace cli {
 
 void Store::check(const Record*, const Row&) const {}
 
-GenRegStatus Store::readLines(std::vector<FileLine>*) {
-  return genreg::status::ok;
-}
-
-std::string Store::blame(GenRegStatus) const {
+vrx::Status Store::readLines(std::vector<vrx::Line>*) {
   return {};
 }
 

@@ -13,31 +13,36 @@
 
 #include "cli/failure.h"
 #include "cli/value.h"
+#include "vrx/status.h"
+#include "vrx/stored.h"
 
 namespace cli {
 
 struct Arguments;
 
-// A row together with the store's own form of the record, which carries what rows do not show.
-struct Record {
-  Row row;
-  std::string image;
-  std::string text{};    // of a record that is a line: its bytes as they stand in the file
-  std::size_t line = 0;  // the number of the first of them; 0 where records are no lines
+// The store's own form of a record as it was read, which carries what rows do not show.
+class KeptRecord {
+ public:
+  KeptRecord() = default;
+  virtual ~KeptRecord() = default;
+  KeptRecord(const KeptRecord&) = delete;
+  KeptRecord& operator=(const KeptRecord&) = delete;
+
+  // The record's bytes: two that have the same are one to an update.
+  virtual std::string bytes() const = 0;
 };
 
-// One logical line of a text, whatever it is.
-enum class LineKind { entry, comment, blank, unparsed };
-struct FileLine {
-  std::size_t number;  // of its first physical line, from 1
-  LineKind kind;
-  std::string text;  // as it stands, without the last line end
+// A row together with it.
+struct Record {
+  Row row;
+  std::shared_ptr<const KeptRecord> kept{};
+  std::size_t line = 0;  // the number of its first line; 0 where records are no lines
 };
 
 // Whether a store tells the outside world (the change log, the monitor) of its updates.
 enum class SideEffects { wanted, none };
 
-// The records of one noun in one file. Statuses are the library's.
+// The records of one noun in one file.
 class Store {
  public:
   Store() = default;
@@ -50,24 +55,21 @@ class Store {
 
   // All records in file order. On failure *records holds those read before it, and *offset where in
   // the file reading stopped.
-  [[nodiscard]] virtual GenRegStatus readAll(std::vector<Record>* records, long long* offset) = 0;
+  [[nodiscard]] virtual vrx::Status readAll(std::vector<Record>* records, long long* offset) = 0;
 
   // Adds a record; duplicate_record when one with its key exists.
-  [[nodiscard]] virtual GenRegStatus add(const Row& row) = 0;
+  [[nodiscard]] virtual vrx::Status add(const Row& row) = 0;
   // Replaces `old`, exactly as it was read, by `row`; no_match when it is no longer as it was read.
-  [[nodiscard]] virtual GenRegStatus change(const Record& old, const Row& row) = 0;
-  // Removes the record with the key of `old`.
-  [[nodiscard]] virtual GenRegStatus remove(const Record& old) = 0;
+  [[nodiscard]] virtual vrx::Status change(const Record& old, const Row& row) = 0;
+  // Removes the record that was read; of the global registry, the one with its key.
+  [[nodiscard]] virtual vrx::Status remove(const Record& old) = 0;
 
   // Throws Failure (refused) when `row`, in place of `old` or as a new record (null), would not
   // read back as it is, or would take something with it that rows do not show.
   virtual void check(const Record* old, const Row& row) const;
 
   // Every line of the file; nothing where records are no lines.
-  [[nodiscard]] virtual GenRegStatus readLines(std::vector<FileLine>* lines);
-
-  // What in the file a status is about, where the store has seen it; else empty.
-  virtual std::string blame(GenRegStatus status) const;
+  [[nodiscard]] virtual vrx::Status readLines(std::vector<vrx::Line>* lines);
 
   // Takes the lock without waiting and releases it: locked_elsewhere when somebody else holds it.
   [[nodiscard]] virtual GenRegStatus probeLock() = 0;

@@ -13,9 +13,9 @@ namespace cli {
 std::vector<Record> readRecords(Store& store, const std::string& path) {
   std::vector<Record> records;
   long long offset = 0;
-  const GenRegStatus rc = store.readAll(&records, &offset);
-  if (rc == genreg::status::ok) return records;
-  Failure failure = failureOf(rc, path, path);
+  const vrx::Status read = store.readAll(&records, &offset);
+  if (read) return records;
+  Failure failure = failureOf(read.code(), path, path);
   if (failure.exit == Exit::damaged) failure.message += fmt::format(", at byte {}", offset);
   throw failure;
 }

@@ -10,15 +10,12 @@
 
 #include "cli/failure.h"
 #include "cli/text.h"
-#include "oss/version_code.h"
 #include "platform/osse/strings.h"
 
 namespace cli {
 
 namespace {
 
-constexpr std::uint64_t kMaxPart = 0xFFFF;  // of a version
-constexpr int kMaxParts = 4;
 constexpr std::uint64_t kMaxPort = 65535;
 
 struct TextOf {
@@ -28,11 +25,7 @@ struct TextOf {
   std::string operator()(std::int64_t number) const { return std::to_string(number); }
   std::string operator()(const List& list) const { return join(list.items, ","); }
   std::string operator()(bool yes) const { return yes ? "yes" : "no"; }
-  std::string operator()(Version version) const {
-    char text[kVersionStringSize];
-    if (ossVersionCodeToString(version.code, text, sizeof text) != genreg::status::ok) return {};
-    return text;
-  }
+  std::string operator()(Version version) const { return version.text(); }
 };
 
 Value parseText(const Field& field, const std::string& text) {
@@ -151,19 +144,9 @@ void refuseValue(const Field& field, const std::string& why) {
 }
 
 bool parseVersion(const std::string& text, Version* version) {
-  std::uint64_t code = 0;
-  int parts = 0;
-  for (std::size_t start = 0; start <= text.size(); ++parts) {
-    const std::size_t dot = std::min(text.find('.', start), text.size());
-    const std::string_view part = std::string_view(text).substr(start, dot - start);
-    std::uint64_t number = 0;
-    const bool decimal = part.find_first_of("xX") == std::string_view::npos;
-    if (parts == kMaxParts || !decimal || !parseNumber(part, kMaxPart, &number)) return false;
-    code = code << 16 | number;
-    start = dot + 1;
-  }
-  version->code = code << (16 * (kMaxParts - parts));
-  return true;
+  const vrx::Result<Version> parsed = Version::parse(text);
+  if (parsed) *version = *parsed;
+  return parsed.has_value();
 }
 
 Value parseValue(const Field& field, const std::string& text) {

@@ -13,19 +13,16 @@
 #include <variant>
 #include <vector>
 
+#include "vrx/version.h"
+
 namespace cli {
 
 // The types of a field. A byte is a number from 0 to 255 that may be typed as one character; a port
 // one from 1 to 65535; an integer has a sign and 32 bits; a list is typed with commas.
 enum class Kind { text, number, boolean, version, byte, port, integer, list };
 
-// A version code; a type of its own so that it prints dotted and compares by its parts.
-struct Version {
-  std::uint64_t code = 0;
-};
-inline bool operator==(Version a, Version b) {
-  return a.code == b.code;
-}
+// Prints dotted and compares by its parts.
+using vrx::Version;
 
 // Several texts in order.
 struct List {

@@ -35,6 +35,16 @@ const std::vector<Verb>& nounVerbs() {
   return verbs;
 }
 
+std::vector<Verb> verbsOf(const Noun& noun) {
+  std::vector<Verb> verbs = nounVerbs();
+  if (std::string_view(noun.name) == "service") {
+    verbs.push_back({"sync-fixpack", "", "the installed fix-pack number into the service records",
+                     kAcceptsRegistry | kAcceptsDryRun | kAcceptsDetailed | kAcceptsZero,
+                     Forms::report, &runSyncFixpack});
+  }
+  return verbs;
+}
+
 const std::vector<Verb>& topVerbs() {
   static const std::vector<Verb> verbs = {
       {"where", "[--why]", "the global registry in use, and what chose it", kPlain | kAcceptsWhy,

@@ -32,13 +32,15 @@ struct Verb {
   Exit (*run)(Command& command);
 };
 
-// The verbs of every noun, and the verbs that stand alone.
+// The verbs of every noun, those of one noun (with its own), and the verbs that stand alone.
 const std::vector<Verb>& nounVerbs();
+std::vector<Verb> verbsOf(const Noun& noun);
 const std::vector<Verb>& topVerbs();
 
 // The Accepts bits of a verb on a noun (null: on none).
 unsigned acceptsOf(const Verb& verb, const Noun* noun);
 
+// The verb of that name among them; null for none.
 const Verb* findVerb(const std::vector<Verb>& verbs, std::string_view name);
 
 // verbs_read.cpp
@@ -51,6 +53,9 @@ Exit runExists(Command& command);
 Exit runAdd(Command& command);
 Exit runSet(Command& command);
 Exit runRemove(Command& command);
+
+// sync_fixpack.cpp
+Exit runSyncFixpack(Command& command);
 
 // verbs_top.cpp
 Exit runWhere(Command& command);

@@ -8,6 +8,7 @@
 #include "cli/edits.h"
 #include "cli/key.h"
 #include "cli/verbs.h"
+#include "vrx/records.h"
 
 namespace cli {
 
@@ -16,7 +17,7 @@ namespace {
 namespace status = genreg::status;
 
 // Every round that fails is a round in which somebody else succeeded.
-constexpr int kMaxRounds = 100;
+constexpr int kMaxRounds = vrx::kMaxRounds;
 
 [[noreturn]] void changedMeanwhile(const Command& command, const Target& target,
                                    const KeyQuery& query) {
@@ -45,14 +46,16 @@ constexpr int kMaxRounds = 100;
 }
 
 [[noreturn]] void fail(const Command& command, Target& target, const std::string& key,
-                       GenRegStatus rc) {
+                       const vrx::Status& outcome) {
+  const GenRegStatus rc = outcome.code();
   if (rc == status::unchanged) refuseInvisible(command, key);
   const bool aboutRecord = exitOf(rc) == Exit::refused || exitOf(rc) == Exit::conflict;
   const std::string subject =
       aboutRecord ? fmt::format("{} {}", command.noun->name, key) : target.path();
   Failure failure = failureOf(rc, subject, target.path());
-  const std::string blame = target.store().blame(rc);
-  if (!blame.empty()) failure.message = fmt::format("{}: {}", subject, blame);
+  if (!outcome.detail().empty()) {
+    failure.message = fmt::format("{}: {}", subject, outcome.detail());
+  }
   throw failure;
 }
 
@@ -94,8 +97,8 @@ std::vector<const Record*> chosen(const Command& command, const KeyQuery& query,
 }
 
 // Looking first spares the registry a refused update, which would leave a temporary copy behind.
-GenRegStatus addRow(const Command& command, Target& target, const std::vector<Record>& records,
-                    const Row& row) {
+vrx::Status addRow(const Command& command, Target& target, const std::vector<Record>& records,
+                   const Row& row) {
   requireFields(*command.noun, nullptr, row);
   target.store().check(nullptr, row);
   for (const Record& record : records) {
@@ -115,9 +118,9 @@ std::optional<Exit> addOnce(Command& command, Target& target, const KeyQuery& qu
   }
   const Row row = newRow(noun, query, edits);
   if (!hasWholeKey(noun, row)) throw notFound(noun, query.text(), target.path());
-  const GenRegStatus rc = addRow(command, target, records, row);
-  if (rc == status::duplicate_record) return {};
-  if (rc != status::ok) fail(command, target, row.key, rc);
+  const vrx::Status added = addRow(command, target, records, row);
+  if (added.exists()) return {};
+  if (!added) fail(command, target, row.key, added);
   Done done;
   done.note(noun, {}, row, target.newRemark());
   return report(command, target, Action::add, done, row.key);
@@ -150,12 +153,13 @@ bool changeOnce(Command& command, Target& target, const std::vector<Replacement>
                 Done* done) {
   std::set<std::string> changed;
   for (const auto& [old, row] : replacements) {
-    GenRegStatus rc = status::ok;
-    if (changed.insert(old->image).second) {
-      rc = target.run([&, &was = *old, &now = row] { return target.store().change(was, now); });
+    vrx::Status outcome;
+    if (changed.insert(old->kept->bytes()).second) {
+      outcome =
+          target.run([&, &was = *old, &now = row] { return target.store().change(was, now); });
     }
-    if (rc == status::no_match) return false;
-    if (rc != status::ok) fail(command, target, row.key, rc);
+    if (outcome.notFound()) return false;
+    if (!outcome) fail(command, target, row.key, outcome);
     done->note(*command.noun, old->row, row, target.newRemark());
   }
   return true;
@@ -170,9 +174,9 @@ Exit runAdd(Command& command) {
   const Row row = newRow(noun, query, edits);
   requireWholeKey(noun, row);
   Target target(command);
-  const GenRegStatus rc = addRow(command, target, target.read({}), row);
-  if (rc == status::duplicate_record) refuseExisting(command, target, row.key);
-  if (rc != status::ok) fail(command, target, row.key, rc);
+  const vrx::Status added = addRow(command, target, target.read({}), row);
+  if (added.exists()) refuseExisting(command, target, row.key);
+  if (!added) fail(command, target, row.key, added);
   Done done;
   done.note(noun, {}, row, target.newRemark());
   return report(command, target, Action::add, done, row.key);
@@ -214,9 +218,9 @@ Exit runRemove(Command& command) {
     }
     if (found.empty()) return report(command, target, Action::none, done, query.text());
     const Record& first = *found.front();
-    const GenRegStatus rc = target.run([&] { return target.store().remove(first); });
-    if (rc == status::no_match) continue;
-    if (rc != status::ok) fail(command, target, first.row.key, rc);
+    const vrx::Status removed = target.run([&] { return target.store().remove(first); });
+    if (removed.notFound()) continue;
+    if (!removed) fail(command, target, first.row.key, removed);
     for (const Record* record : found)
       done.note(*command.noun, record->row, {}, target.newRemark());
     return report(command, target, Action::remove, done, first.row.key);

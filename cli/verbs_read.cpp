@@ -47,15 +47,15 @@ std::vector<int> wideColumns(const Noun& noun) {
   return columns;
 }
 
-const char* kindName(LineKind kind) {
+const char* kindName(vrx::LineKind kind) {
   switch (kind) {
-    case LineKind::entry:
+    case vrx::LineKind::entry:
       return "entry";
-    case LineKind::comment:
+    case vrx::LineKind::comment:
       return "comment";
-    case LineKind::blank:
+    case vrx::LineKind::blank:
       return "blank";
-    case LineKind::unparsed:
+    case vrx::LineKind::unparsed:
       break;
   }
   return "unparsed";
@@ -71,11 +71,11 @@ const std::vector<Field>& lineFields() {
 }
 
 std::vector<Row> lineRows(Store& store) {
-  std::vector<FileLine> lines;
-  const GenRegStatus rc = store.readLines(&lines);
-  if (rc != genreg::status::ok) throw failureOf(rc, store.path(), store.path());
+  std::vector<vrx::Line> lines;
+  const vrx::Status read = store.readLines(&lines);
+  if (!read) throw failureOf(read.code(), store.path(), store.path());
   std::vector<Row> rows;
-  for (FileLine& line : lines) {
+  for (vrx::Line& line : lines) {
     rows.push_back(
         {"", {std::uint64_t{line.number}, std::string(kindName(line.kind)), line.text}, {}});
   }

@@ -122,7 +122,7 @@ Exit runWhere(Command& command) {
   refuseWords(command);
   const Arguments& arguments = command.arguments;
   if (arguments.registry) useRegistry(*arguments.registry);
-  const std::string path = registryPathOf(GlobalReg(arguments.hostWide));
+  const std::string path = registryPathOf(vrx::GlobalRegistry(scopeOf(arguments)));
   const std::string reason = registryReason(arguments);
   Answer answer = flatAnswer("vrxreg.where/1", {textField("registry", "REGISTRY")}, {path});
   if (arguments.why) {
