@@ -15,13 +15,15 @@ target_compile_definitions(vrx_options INTERFACE _FILE_OFFSET_BITS=64 _TIME_BITS
 target_include_directories(vrx_options INTERFACE ${PROJECT_SOURCE_DIR})
 
 # vrx_add_library(NAME FOLDER): the object files NAME_objects, shared by the library and the unit tests,
-# and the shared library NAME made of them. The folder's CMakeLists.txt adds the sources.
+# and the shared library NAME made of them, which others call vrxgenreg::NAME whether they found it
+# installed or added this project as a subdirectory. The folder's CMakeLists.txt adds the sources.
 function(vrx_add_library name)
   add_library(${name}_headers INTERFACE)
   target_include_directories(${name}_headers INTERFACE ${PROJECT_SOURCE_DIR})
   add_library(${name}_objects OBJECT)
   target_link_libraries(${name}_objects PRIVATE vrx_options)
   add_library(${name} SHARED $<TARGET_OBJECTS:${name}_objects>)
+  add_library(vrxgenreg::${name} ALIAS ${name})
   set_target_properties(${name} PROPERTIES
     VERSION ${PROJECT_VERSION} SOVERSION ${PROJECT_VERSION_MAJOR} LINKER_LANGUAGE CXX)
   target_include_directories(${name} PUBLIC

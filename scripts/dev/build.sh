@@ -107,6 +107,7 @@ update_exports() {
     build_quietly "$preset" vrxgenreg || return 1
     scripts/check_exports.py --update --build "build/$preset"
   done
+  scripts/debian_symbols.py --update
 }
 
 # clang-tidy over our own translation units, tests left out.

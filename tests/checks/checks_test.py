@@ -16,7 +16,9 @@ sys.path[:0] = [str(ROOT / "scripts"), str(ROOT / "scripts/dev")]
 import check_exports  # noqa: E402
 import check_layers  # noqa: E402
 import check_links  # noqa: E402
+import check_packaging  # noqa: E402
 import check_style  # noqa: E402
+import debian_symbols  # noqa: E402
 import list_sources  # noqa: E402
 import status_codes_doc  # noqa: E402
 import sum_tests  # noqa: E402
@@ -252,6 +254,71 @@ class Exports(Tree):
         self.assertIn("no list", self.judge(self.build("static int x;\n"), [])[0])
 
 
+class Packaging(Tree):
+    SYMBOLS = "packaging/debian/libvrxosse1.symbols"
+
+    def setUp(self):
+        super().setUp()
+        self.put("CMakeLists.txt", "project(vrxgenreg VERSION 1.1.0 LANGUAGES CXX)\n")
+        self.put("packaging/debian/control", "Source: x\n\nPackage: libx1\n\nPackage: libx-dev\n")
+        self.put("packaging/debian/changelog", "x (1.1.0-1) unstable; urgency=medium\n")
+        self.put("packaging/debian/libx1.install", "usr/lib/*/libx.so.1*\n")
+        self.put("packaging/debian/libx-dev.install", "usr/include/x\n")
+        self.put("prefix/lib/libx.so.1.1.0", "")
+        self.put("prefix/include/x/deep/x.h", "")
+
+    def judge(self):
+        return self.run_main(
+            check_packaging, "--root", self.root, "--prefix", self.root / "prefix"
+        )
+
+    def test_a_file_in_exactly_one_package_is_accepted(self):
+        self.assertEqual(self.judge(), (0, "2 installed files, 2 packages, 0 findings\n"))
+
+    def test_a_file_in_no_package_is_found(self):
+        self.put("prefix/lib/pkgconfig/x.pc", "")
+        self.assertIn("usr/lib/ARCHITECTURE/pkgconfig/x.pc: in no package", self.judge()[1])
+
+    def test_a_file_in_two_packages_is_found(self):
+        self.put("packaging/debian/libx-dev.install", "usr/include/x\nusr/lib/*/libx.so*\n")
+        self.assertIn("libx.so.1.1.0: in libx-dev and libx1", self.judge()[1])
+
+    def test_a_line_that_finds_nothing_is_found(self):
+        self.put("packaging/debian/libx-dev.install", "usr/include/x\nusr/share/x\n")
+        self.assertIn("libx-dev.install: nothing is called usr/share/x", self.judge()[1])
+
+    def test_a_file_of_an_unknown_package_is_found(self):
+        self.put("packaging/debian/libx2.postrm", "")
+        self.assertIn("libx2.postrm: no package of this name", self.judge()[1])
+
+    def test_another_version_is_found(self):
+        self.put("packaging/debian/changelog", "x (1.0.0-1) unstable; urgency=medium\n")
+        self.assertIn("version 1.0.0, the project has 1.1.0", self.judge()[1])
+
+    def put_exports(self, amd64, i386):
+        for library in debian_symbols.LIBRARIES:
+            self.put(f"tests/checks/exports/lib{library}.amd64.txt", amd64)
+            self.put(f"tests/checks/exports/lib{library}.i386.txt", i386)
+
+    def symbols(self):
+        return (self.root / self.SYMBOLS).read_text(encoding="utf-8").splitlines()[2:]
+
+    def test_a_new_symbol_is_since_this_version_and_an_old_one_keeps_its_own(self):
+        self.put(self.SYMBOLS, " _Z3oldv@X_1 1.0.0\n")
+        both = "_Z3oldv@@X_1  old()\n_Z5freshv@@X_1  fresh()\n"
+        self.put_exports(both, both)
+        self.assertEqual(self.run_main(debian_symbols, "--root", self.root)[0], 1)
+        self.assertEqual(self.run_main(debian_symbols, "--root", self.root, "--update")[0], 0)
+        wanted = [" X_1@X_1 1.1.0", " _Z3oldv@X_1 1.0.0", " _Z5freshv@X_1 1.1.0"]
+        self.assertEqual(self.symbols(), wanted)
+        self.assertEqual(self.run_main(debian_symbols, "--root", self.root)[0], 0)
+
+    def test_a_symbol_of_one_architecture_says_so(self):
+        self.put_exports("_Z4longm@@X_1  x\n", "_Z4longj@@X_1  x\n")
+        self.run_main(debian_symbols, "--root", self.root, "--update")
+        self.assertIn(" (arch=i386)_Z4longj@X_1 1.1.0", self.symbols())
+
+
 class Links(Tree):
     def judge(self, path, text):
         self.put(path, text)
@@ -265,6 +332,10 @@ class Links(Tree):
     def test_a_link_that_leads_nowhere_is_found(self):
         expected = (1, "pages/a.md:1: no house.md")
         self.assertEqual(self.judge("pages/a.md", "[a](house.md)\n"), expected)
+
+    def test_code_that_a_page_shows_holds_no_links(self):
+        text = "```cpp\n[](House& house) {}\n```\n[a](house.md)\n"
+        self.assertEqual(self.judge("pages/a.md", text), (1, "pages/a.md:4: no house.md"))
 
     def test_a_page_named_in_a_comment_must_exist(self):
         expected = (1, "genreg/a.h:1: no docs/" + "house.md")
