@@ -23,10 +23,15 @@ ROOMS = {
     "genreg": ("genreg/*", ["osse", "install"]),
     "globalreg": ("globalreg/*", ["bin", "genreg", "osse", "install"]),
     "oss": ("oss/*", ["globalreg", "bin", "genreg", "osse", "install"]),
+    "vrx": (
+        "vrx/*",
+        ["oss", "globalreg", "formats", "text", "bin", "genreg", "osse", "install"],
+    ),
     "cli": (
         "cli/*",
-        ["umbrella", "oss", "globalreg", "formats", "text", "bin", "genreg", "osse", "install"],
+        ["umbrella", "vrx", "oss", "globalreg", "formats", "text", "bin", "genreg", "osse", "install"],
     ),
+    "examples": ("docs/examples/*", ["umbrella", "vrx"]),
     "umbrella": (
         "vrxgenreg.h",
         ["oss", "globalreg", "formats", "text", "bin", "genreg", "osse", "install"],
@@ -58,11 +63,13 @@ LIBRARIES = {
     "libvrxosse": ["platform/osse/*"],
     "libvrxinstall": ["platform/install/*"],
     "libvrxgenreg": ["genreg/*", "globalreg/*", "oss/*"],
+    "the face": ["vrx/*"],
     "vrxreg": ["cli/*"],
 }
 
-# Folders of third-party headers and the room that may use them. The libraries use none.
-THIRD_PARTY = {"cli": ["CLI", "nlohmann", "fmt", "libsmartcols", "dtl"]}
+# Folders of third-party headers and the room that may use them. The libraries use none. The examples are
+# programs of somebody else, for whom the face is a third party's.
+THIRD_PARTY = {"cli": ["CLI", "nlohmann", "fmt", "libsmartcols", "dtl"], "examples": ["vrx"]}
 
 # Folders that system headers stand in; a name without a folder is taken for a system header.
 SYSTEM_FOLDERS = {"sys", "netinet", "arpa", "net", "linux"}
