@@ -200,7 +200,7 @@ void applyRepetitionPolicy(CLI::App& app) {
 
 // The parser's own words name types and counts that say nothing to the reader.
 std::string plainMessage(const CLI::ParseError& error) {
-  const std::string text = error.what();
+  std::string text = error.what();
   const bool missing = text.find("missing") != std::string::npos;
   if (error.get_name() != "ArgumentMismatch") return text;
   return text.substr(0, text.find(':')) + (missing ? ": a value is missing" : " is given twice");

@@ -108,7 +108,7 @@ vrx::Status runUpdate(const Arguments& arguments, Store& store,
   const Clock::time_point start = Clock::now();
   for (bool firstRound = true;; firstRound = false) {
     ossSetLockTimeLimit(nextLimit(arguments.timeLimit, start, firstRound));
-    const vrx::Status outcome = update();
+    vrx::Status outcome = update();
     if (outcome.code() != status::lock_not_taken) return outcome;
     const GenRegStatus probed = store.probeLock();
     if (!isBusy(probed)) return vrx::Status(probed);

@@ -130,7 +130,7 @@ GenRegStatus ossGetNextService(void* handle, OSSServiceInfo_t* out) {
   if (handle == nullptr) return op.fail(1, status::list_handle_null);
   if (out == nullptr) return op.fail(2, status::service_info_null);
   GlobalRegRecord key = makeKey(nullptr, 0, nullptr);  // every service record
-  GlobalRegRecord found;  // whole after a success
+  GlobalRegRecord found;                               // whole after a success
   const GenRegStatus rc = nextRecord(op, handle, key, &found, status::service_list_failed);
   if (rc == status::ok) toInfo(found, out);
   return rc;

@@ -98,7 +98,7 @@ struct BinaryVariableFormat {
 class BinaryVariables : public Records<detail::BinaryStore<detail::BinaryVariableFormat>> {
  public:
   // The file at `path`. Nothing is opened yet; status() and every verb tell of an unusable path.
-  explicit BinaryVariables(std::string path)
+  explicit BinaryVariables(const std::string& path)
       : Records(detail::BinaryStore<detail::BinaryVariableFormat>(
             std::make_shared<detail::Opened<detail::ExactBinVarVal>>(path, path))) {}
 

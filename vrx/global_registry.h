@@ -203,7 +203,7 @@ class GlobalRegistry {
   explicit GlobalRegistry(Scope scope = Scope::own) : opened_(openChosen(scope)) {}
 
   // The registry at `path`, whatever the environment says.
-  static GlobalRegistry at(std::string path) {
+  static GlobalRegistry at(const std::string& path) {
     return GlobalRegistry(std::make_shared<Opened>(path, path));
   }
 

@@ -40,8 +40,8 @@ enum class OSSSyncPolicy : unsigned int {
   none,      // they do nothing and succeed
   standard,  // fsync: the default. An update of a registry makes two: the copy, and the directory
              // once it holds the copy under the registry's name
-  full       // where the system has a stronger request than fsync, that one. An update makes a third
-             // flush: the directory, before the rename, once it holds the backup's name
+  full  // where the system has a stronger request than fsync, that one. An update makes a third
+        // flush: the directory, before the rename, once it holds the backup's name
 };
 
 // Removes the name `path`; a link itself, not what it leads to. Directories are refused.

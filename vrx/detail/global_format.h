@@ -7,6 +7,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
+#include <iterator>
 #include <optional>
 #include <string>
 #include <vector>
@@ -235,7 +236,7 @@ struct GlobalFormat : Kind {
   using Record = typename Kind::Record;
   using Registry = ExactGlobalReg;
   using Native = GlobalRegRecord;
-  static constexpr std::size_t kCount = sizeof Kind::kPlaces / sizeof Kind::kPlaces[0];
+  static constexpr std::size_t kCount = std::size(Kind::kPlaces);
 
   static bool isOne(const Native& native) { return native.RecordType == Kind::kType; }
   static const Native& native(const GlobalImage& image) { return image.record; }

@@ -187,7 +187,7 @@ class TextStore : public OpenedStore<typename Format::Registry> {
   // What an update is going to stumble over is better known before it begins: a refused Add leaves
   // its copy behind.
   Status add(const Record& record) const {
-    const Status readable = this->readable();
+    Status readable = this->readable();
     if (readable.noFile() && !Format::kMakesFile) return readable;
     Status first = readable ? firstLook(record) : Status();
     typename Format::Native native{};
