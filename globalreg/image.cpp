@@ -12,8 +12,6 @@ namespace {
 
 using namespace globalreg;
 
-constexpr std::uint64_t kFieldMask = (std::uint64_t{1} << kFieldBits) - 1;
-
 enum class Agreement { kDiffers, kAgrees, kUnclear };
 
 Agreement agreementOf(bool equal) {

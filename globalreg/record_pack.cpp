@@ -168,11 +168,33 @@ void packLarge(genreg::Operation& op, std::size_t size, const Plan& plan, unsign
   }
 }
 
+// Copies `count` bytes, `count` at least `chunk`: the last chunk may overlap the one before it.
+template <std::size_t chunk>
+void copyInChunks(unsigned char* to, const unsigned char* from, std::size_t count) {
+  for (std::size_t at = 0; at + chunk <= count; at += chunk)
+    std::memcpy(to + at, from + at, chunk);
+  std::memcpy(to + count - chunk, from + count - chunk, chunk);
+}
+
+// A record is read by a dozen short copies, most of which are done before memcpy is called.
+void copyShort(unsigned char* to, const unsigned char* from, std::size_t count) {
+  if (count > 64) {
+    std::memcpy(to, from, count);
+  } else if (count >= 16) {
+    copyInChunks<16>(to, from, count);
+  } else if (count >= 4) {
+    copyInChunks<4>(to, from, count);
+  } else {
+    for (std::size_t i = 0; i < count; ++i)
+      to[i] = from[i];
+  }
+}
+
 // Copies an entry into its field, with the length that the entry states: one that is longer than
 // its field runs on into the next ones, but never past the body.
 void takeEntry(unsigned char* record, const Field& field, const EntryReader& entry) {
   const std::size_t room = kCheckSumOffset - field.offset;
-  std::memcpy(record + field.offset, entry.bytes(), std::min(entry.length(), room));
+  copyShort(record + field.offset, entry.bytes(), std::min(entry.length(), room));
 }
 
 }  // namespace
@@ -180,8 +202,9 @@ void takeEntry(unsigned char* record, const Field& field, const EntryReader& ent
 void globalreg::readImage(const unsigned char* image, const Layout& layout, unsigned char* record) {
   std::memcpy(record, image, kBodyOffset);
   EntryReader entry(image);
-  for (unsigned index = 0; index < kFieldBits; ++index) {
-    if (!entry.has(index)) continue;
+  unsigned index = 0;
+  for (std::uint64_t rest = fieldMask(image) & kFieldMask; rest != 0; rest >>= 1, ++index) {
+    if ((rest & 1) == 0) continue;
     if (index < layout.count) takeEntry(record, layout.fields[index], entry);
     entry.next();
   }

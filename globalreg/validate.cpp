@@ -54,8 +54,8 @@ GenRegStatus checkFields(std::uint64_t required, const unsigned char* record) {
 }  // namespace
 
 int GlobalReg::ValidateRecord(unsigned long long required, void* record) {
+  if (required == 0) return 0;  // asked of every record of a scan
   genreg::Operation op(genreg::kGlobalRegValidateRecord);
-  if (required == 0) return op.result();
   auto* bytes = static_cast<unsigned char*>(record);
   const std::uint32_t type = recordType(bytes);
   if (type == 0 || type > kLastType) {

@@ -11,6 +11,9 @@ namespace globalreg {
 constexpr std::size_t kLengthSize = sizeof(std::uint16_t);
 constexpr std::size_t kTrailerSize = sizeof(std::uint32_t);
 
+// The bits that can stand for a field.
+constexpr std::uint64_t kFieldMask = (std::uint64_t{1} << kFieldBits) - 1;
+
 constexpr std::uint64_t bitAt(unsigned index) {
   return std::uint64_t{1} << index;
 }
