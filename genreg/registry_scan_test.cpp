@@ -370,6 +370,37 @@ TEST_F(RegistryScan, RecordReadFromTheStreamBehindAPositionIsNotReadTwice) {
   EXPECT_EQ(next(registry), "two");
 }
 
+TEST_F(RegistryScan, RecordReadFromTheStreamIsTheOneAfterTheScansLast) {
+  PlainRegistry registry(files.registry);
+  ASSERT_EQ(registry.OpenScan(), 0u);
+  EXPECT_EQ(next(registry), "one");
+  void* block = nullptr;
+  unsigned long length = 0;
+  ASSERT_EQ(ossMemAlloc(&block, sizeof(PlainRecord), __FILE__, __LINE__), 0u);
+  EXPECT_EQ(registry.ReadRecord(registry.registryStream, &block, &length), 0);
+  EXPECT_EQ(std::string(static_cast<PlainRecord*>(block)->name), "two");
+  EXPECT_EQ(ossMemFree(block, __FILE__, __LINE__), 0u);
+  EXPECT_EQ(next(registry), "three");
+}
+
+// Even at a block's edge, where nothing of the field is in memory.
+TEST_F(RegistryScan, CutLengthFieldAtTheEndIsMetOnce) {
+  writeFile(files.registry, plainFrame("one", 1) + std::string(3, '\0'));
+  PlainRegistry registry(files.registry);
+  ASSERT_EQ(registry.OpenScan(), 0u);
+  for (long long position : {0LL, 24LL}) {
+    PlainRecord key{};
+    PlainRecord found{};
+    ASSERT_EQ(registry.Rewind(), 0u);
+    ASSERT_EQ(registry.setRegFilePosition(&position), 0u);
+    if (position == 0) {
+      EXPECT_EQ(next(registry), "one");
+    }
+    EXPECT_EQ(statusOf(registry.GetNext(0, &key, &found)), 0x900001CDu);
+    EXPECT_EQ(next(registry), "end");
+  }
+}
+
 TEST_F(RegistryScan, EveryFailureOfTheOpeningLeavesNoScan) {
   for (const ScanFault& row : kScanFaults) {
     const LeakCheck none;

@@ -28,8 +28,7 @@ class BinSearch {
 
  private:
   bool isTaken(Operation& op);
-  ImageEnd imageEnd() const { return images_.endOf(reader_->frame(), reader_->frameLength()); }
-  bool isMatch(Operation& op);
+  bool isMatch(Operation& op, ImageEnd imageEnd);
   bool isLargeEnough(Operation& op);
 
   GenRegBin& store_;
@@ -77,22 +76,25 @@ Found BinSearch::find(Operation& op) {
   }
 }
 
-// Whether the frame's record agrees with the key; the caller has then got it.
+// Whether the frame's record agrees with the key; the caller has then got it. A damaged frame ends
+// the lookup even where what is left of it would differ, so each must be seen to be whole.
 bool BinSearch::isTaken(Operation& op) {
-  const unsigned found = images_.examine(kGenRegImageDiffers | kGenRegImageAgrees, reader_->frame(),
-                                         reader_->frameLength(), mask_, key_);
-  if ((found & kGenRegImageDiffers) != 0) return false;
-  if ((found & kGenRegImageAgrees) != 0 && imageEnd() == ImageEnd::kKnown) {
+  constexpr unsigned kWanted = kGenRegImageWhole | kGenRegImageDiffers | kGenRegImageAgrees;
+  const unsigned found =
+      images_.examine(kWanted, reader_->frame(), reader_->frameLength(), mask_, key_);
+  const bool whole = (found & kGenRegImageWhole) != 0;
+  if (whole && (found & kGenRegImageDiffers) != 0) return false;
+  if (whole && (found & kGenRegImageAgrees) != 0) {
     if (isLargeEnough(op)) images_.unpackTo(reader_->frame(), result_);
     return true;
   }
-  if (!isMatch(op)) return false;
+  if (!isMatch(op, whole ? ImageEnd::kKnown : ImageEnd::kUnknown)) return false;
   if (isLargeEnough(op)) std::memcpy(result_, reader_->record(), maxRecord_);
   return true;
 }
 
-bool BinSearch::isMatch(Operation& op) {
-  reader_->load(op, status::read_failed, imageEnd());
+bool BinSearch::isMatch(Operation& op, ImageEnd imageEnd) {
+  reader_->load(op, status::read_failed, imageEnd);
   if (op.failed()) return false;
   reader_->unpack(op);
   if (!op.failed()) return matches(op, store_, mask_, reader_->record(), key_);

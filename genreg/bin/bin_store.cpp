@@ -10,6 +10,7 @@
 #include "genreg/bin/internal/frame_reader.h"
 #include "genreg/internal/features.h"
 #include "genreg/internal/operation.h"
+#include "genreg/internal/scan_reader.h"
 
 using namespace genreg;
 
@@ -22,6 +23,18 @@ unsigned long long sizeOfFile(Operation& op, const GenRegFile& registry, FILE* s
   if (fstat(fileno(stream), &info) == 0) return static_cast<unsigned long long>(info.st_size);
   op.failErrno(50, status::length_read_failed, errno);
   return 0;
+}
+
+// A scan reads ahead of where it stands. For whoever reads its stream, too, the stream is put back
+// there, and the scan goes on from where it is left.
+void putBackStream(Operation& op, const GenRegFile& registry, FILE* stream) {
+  if (stream != registry.registryStream || registry.scanReader == nullptr) return;
+  BlockCursor& cursor = registry.scanReader->cursor();
+  if (fseeko(stream, static_cast<off_t>(cursor.position()), SEEK_SET) != 0) {
+    op.failErrno(51, status::length_read_failed, errno);
+    return;
+  }
+  cursor.forgetBlock();
 }
 
 // The length of what WriteRecord is given, from the slot that knows its form.
@@ -65,6 +78,7 @@ int GenRegBin::ReadRecord(FILE* stream, void** buffer, unsigned long* length) {
     op.fail(70, status::invalid_argument);
     return op.result();
   }
+  putBackStream(op, *this, stream);
   const FrameSource source = {stream, sizeOfFile(op, *this, stream), lengthOrderOf(*this)};
   if (!op.failed()) readFrameLength(op, source, length);
   if (!op.failed()) growBlock(op, buffer, *length);

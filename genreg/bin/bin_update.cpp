@@ -87,8 +87,10 @@ bool BinEdit::stepToStored(Operation& op) {
   return rc == status::ok;
 }
 
-// Whether the frame is not concerned, and would come out of unpacking and packing as it is.
+// Whether the frame is not concerned, and would come out of unpacking and packing as it is. One
+// that is too long to be written again is left to the writing to refuse.
 bool BinEdit::isCarried(void* compared) const {
+  if (reader_.frameLength() > kMaxRecordSize) return false;
   const unsigned needed =
       kGenRegImageStable | (compared != nullptr ? kGenRegImageDiffers : GenRegImageFinding{});
   const unsigned found =

@@ -22,6 +22,7 @@ void wantLength(Operation& op, BlockCursor& cursor) {
         return;
       }
       op.fail(30, status::frame_past_end);
+      (void)cursor.want(static_cast<std::size_t>(cursor.left()));  // to be stepped over, too
       return;
     case Step::kUnread:
       op.fail(31, status::length_read_failed);

@@ -29,7 +29,11 @@ unsigned long RecordBlock::roomFor(unsigned long length, ImageEnd imageEnd) cons
 }
 
 void RecordBlock::allocate(unsigned probe, ImageEnd imageEnd) {
-  if (block_.reserve(probe, roomFor(maxRecord_, imageEnd))) record_ = block_.block();
+  if (block_.reserve(probe, roomFor(maxRecord_, imageEnd))) {
+    record_ = block_.block();
+    return;
+  }
+  used_ = 0;  // of the block that is gone; a later one may be smaller
 }
 
 void RecordBlock::holdStored(unsigned long length) {

@@ -77,6 +77,15 @@ TEST_F(TextBlocks, AChangeTouchesNoOtherByte) {
   }
 }
 
+TEST_F(TextBlocks, AnAbandonedCopyHasTheLinesBeforeTheNul) {
+  ASSERT_EQ(profile_.unsetFeature(kGenRegVerifyCommit), 0U);  // such copies stay
+  const std::string before = lineOf(1, "one") + "# two\n";
+  vrxtest::writeFile(path_, before + "A" + std::string(1, '\0') + "= 1\n" + lineOf(3, "three"));
+  ProfileLine key(nameOf(4));
+  EXPECT_EQ(profile_.Delete(kVarValVariable, key.record()), status::read_failed);
+  EXPECT_EQ(vrxtest::readFile(path_ + ".tmp"), before);
+}
+
 TEST_F(TextBlocks, AReadErrorSpoilsOnlyTheLinesBehindIt) {
   const LeakCheck leaks;
   const FailCall fault(Call::kFread, 2, EIO);

@@ -72,7 +72,7 @@ void TextSearch::checkKey(Operation& op) {
 
 Found TextSearch::find(Operation& op) {
   if (own_.has_value()) own_->cursor().readFrom(store_.registryStream, 0, store_.registrySize);
-  const LineFilter filter(store_, everyLine_ ? 0 : mask_, everyLine_ ? nullptr : key_);
+  const LineFilter filter(store_, mask_, everyLine_ ? nullptr : key_);
   for (;;) {
     while (filter.passOver(stored_->text()).length > 0)
       continue;

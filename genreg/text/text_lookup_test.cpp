@@ -484,4 +484,13 @@ TEST_F(TextLookup, NoFailingCallLeavesAnythingBehind) {
   }
 }
 
+TEST_F(TextLookup, EveryLineOfAServicesFileIsGivenWithoutAKey) {
+  fill("a 1/tcp\n");
+  ServicesFile services(path_);
+  GenRegServicesRecord found{};
+  ASSERT_EQ(services->OpenScan(), 0U);
+  EXPECT_EQ(services->GetNext(0, nullptr, &found), 0U);
+  EXPECT_STREQ(found.name, "a");
+}
+
 }  // namespace

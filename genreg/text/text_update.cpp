@@ -20,6 +20,16 @@ void trace(FunctionId function, unsigned probe, const char* finding) {
   if (gtraceIsEnabled()) gtraceVar(function, probe, std::strlen(finding), finding);
 }
 
+// The bytes of the lines that end before the first NUL.
+unsigned long linesBeforeNul(const Passage& lines) {
+  const void* nul = std::memchr(lines.bytes, '\0', lines.length);
+  if (nul == nullptr) return lines.length;
+  auto length = static_cast<unsigned long>(static_cast<const unsigned char*>(nul) - lines.bytes);
+  while (length > 0 && lines.bytes[length - 1] != '\n')
+    --length;
+  return length;
+}
+
 // What the three operations share: the caller's mask, the reader of stored lines, and the loop.
 class TextEdit {
  public:
@@ -90,15 +100,15 @@ void TextEdit::treatLines(Operation& op, Edit& edit, void* compared) {
   writeOut(op);  // an abandoned copy, too, has what comes before the end
 }
 
-// Copies lines that are in memory and need no look.
+// Copies lines that are in memory and need no look but for a NUL: of them, too, those before it are
+// copied.
 void TextEdit::carryLines(Operation& op, const LineFilter& filter) {
-  for (;;) {
+  while (!stopped_) {
     const Passage lines = filter.passOver(stored_.text());
     if (lines.length == 0) return;
-    checkBytes(op, lines.bytes, lines.length);
-    if (stopped_) return;
     writeOut(op);
-    writeNow(op, lines.bytes, lines.length);
+    if (!stopped_) writeNow(op, lines.bytes, linesBeforeNul(lines));
+    if (!stopped_) checkBytes(op, lines.bytes, lines.length);
   }
 }
 

@@ -15,10 +15,11 @@ namespace genreg {
 
 class LineFilter {
  public:
-  // Nothing is passed over while somebody listens: what parsing finds strange is logged.
+  // Nothing is passed over without a key, nor while somebody listens: what parsing finds strange is
+  // logged.
   LineFilter(const GenRegText& store, unsigned long long mask, const void* key) {
     const GenRegLineSlots* slots = store.lineSlots;
-    if (slots == nullptr || slots->matchRecord != store.matchRecord ||
+    if (key == nullptr || slots == nullptr || slots->matchRecord != store.matchRecord ||
         slots->parseLine != store.parseLine || ossLogIsEnabled() || gtraceIsEnabled()) {
       return;
     }
