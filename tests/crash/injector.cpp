@@ -2,7 +2,8 @@
 // Runs a program and, at one chosen system call between its marks, kills it, makes the call fail or
 // cuts it short:
 //
-//   injector [--trace FILE] [--point N --action ACTION [--error ERRNO] [--lasting]] -- COMMAND...
+//   injector [--trace FILE] [--details] [--point N --action ACTION [--error ERRNO] [--lasting]]
+//            -- COMMAND...
 //
 // The calls are counted from 1 after the program has looked for /regdriver/begin, up to its look
 // for /regdriver/end. ACTION:
@@ -15,8 +16,10 @@
 //
 // --lasting: later calls of the same name are treated like the one at the point.
 // The trace has a line for each counted call, "N<tab>name<tab>result<tab>path..." (the path of a
-// descriptor for calls that take one), and a last line "exit STATUS" or "signal NUMBER". The exit
-// status is 0 when the program ran to one of these ends, 77 when the system refuses tracing.
+// descriptor for calls that take one), and a last line "exit STATUS" or "signal NUMBER". --details
+// adds "=ARGUMENT,..." (the first four, in hex), "=POSITION" (of a descriptor) and "=HEX" (the
+// bytes that a write is given). The exit status is 0 when the program ran to one of these ends, 77
+// when the system refuses tracing.
 //
 // One thread is followed, and no child. Which points to choose, and what must hold after them, is
 // not decided here.
@@ -44,6 +47,7 @@ enum ExitStatus : int { kDone = 0, kBroken = 1, kBadUsage = 2, kSkip = 77 };
 
 enum class Action { kNone, kKillBefore, kKillAfter, kFail, kFailAfter, kShorten };
 enum class Reach { kOnce, kLasting };
+enum class Detail { kNamesOnly, kArguments };
 
 struct Options {
   const char* trace = "/dev/null";
@@ -51,6 +55,7 @@ struct Options {
   Action action = Action::kNone;
   long error = 0;
   Reach reach = Reach::kOnce;
+  Detail detail = Detail::kNamesOnly;
   char** command = nullptr;
 };
 
@@ -96,6 +101,7 @@ Options parseOptions(char** argv) {
     if (option == "--action") options.action = parseAction(valueOf(argv, &i));
     if (option == "--error") options.error = std::strtol(valueOf(argv, &i), nullptr, 10);
     if (option == "--lasting") options.reach = Reach::kLasting;
+    if (option == "--details") options.detail = Detail::kArguments;
     if (option == "--") {
       options.command = argv + i + 1;
       break;
@@ -137,6 +143,38 @@ std::string pathOfDescriptor(pid_t process, int descriptor) {
   return length > 0 ? std::string(target, static_cast<std::size_t>(length)) : "-";
 }
 
+// Where the next byte of an open file is read or written.
+std::string positionOfDescriptor(pid_t process, int descriptor) {
+  const std::string path =
+      "/proc/" + std::to_string(process) + "/fdinfo/" + std::to_string(descriptor);
+  FILE* info = std::fopen(path.c_str(), "re");
+  unsigned long long position = 0;
+  const bool known = info != nullptr && std::fscanf(info, "pos: %llu", &position) == 1;
+  if (info != nullptr) std::fclose(info);
+  return known ? std::to_string(position) : "-";
+}
+
+std::string inHex(unsigned long long number) {
+  char text[20];
+  std::snprintf(text, sizeof text, "%llx", number);
+  return text;
+}
+
+// Bytes of the program's memory in hex; fewer than asked for where it has no more.
+std::string readBytes(pid_t process, unsigned long long address, unsigned long long count) {
+  std::string bytes(static_cast<std::size_t>(count), '\0');
+  iovec here{bytes.data(), bytes.size()};
+  iovec there{reinterpret_cast<void*>(static_cast<std::uintptr_t>(address)), bytes.size()};
+  const ssize_t got = process_vm_readv(process, &here, 1, &there, 1, 0);
+  bytes.resize(got > 0 ? static_cast<std::size_t>(got) : 0);
+  std::string text;
+  for (const char byte : bytes) {
+    const unsigned value = static_cast<unsigned char>(byte);
+    text += {"0123456789abcdef"[value / 16], "0123456789abcdef"[value % 16]};
+  }
+  return text;
+}
+
 using Register = unsigned long long user_regs_struct::*;
 
 // One traced program.
@@ -156,6 +194,7 @@ class Tracee {
   void atEntry(const __ptrace_syscall_info& info);
   void atReturn(const __ptrace_syscall_info& info);
   void describe(const __ptrace_syscall_info& info);
+  void addDetails(const __ptrace_syscall_info& info);
   void note(const std::string& path) { paths_ += "\t" + (path.empty() ? "-" : path); }
   void actAtEntry(Action action);
   void actAtReturn(Action action);
@@ -193,6 +232,19 @@ void Tracee::describe(const __ptrace_syscall_info& info) {
   }
 }
 
+void Tracee::addDetails(const __ptrace_syscall_info& info) {
+  const auto& arguments = info.entry.args;
+  std::string list = "=";
+  for (unsigned i = 0; i < 4; ++i)
+    list += (i == 0 ? "" : ",") + inHex(arguments[i]);
+  note(list);
+  if (call_ == nullptr || call_->arguments[0] != 'f') return;
+  note("=" + positionOfDescriptor(process_, static_cast<int>(arguments[0])));
+  const std::string name = call_->name;
+  if (name != "write" && name != "pwrite64") return;
+  note("=" + readBytes(process_, arguments[1], arguments[2]));
+}
+
 bool Tracee::atPoint() const {
   if (options_.point == 0 || !counted_) return false;
   if (index_ == options_.point) return true;
@@ -208,6 +260,7 @@ void Tracee::atEntry(const __ptrace_syscall_info& info) {
   if (begins && index_ == 0) between_ = true;
   if (!counted_) return;
   ++index_;
+  if (options_.detail == Detail::kArguments) addDetails(info);
   if (index_ == options_.point) pointNumber_ = number_;
   first_ = info.entry.args[0];
   length_ = info.entry.args[2];

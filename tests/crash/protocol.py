@@ -149,8 +149,10 @@ class Call:
     """A line of a trace."""
 
     def __init__(self, line):
-        index, self.name, result, *self.paths = line.rstrip("\n").split("\t")
+        index, self.name, result, *more = line.rstrip("\n").split("\t")
         self.index = int(index)
+        self.paths = [field for field in more if not field.startswith("=")]
+        self.details = [field[1:] for field in more if field.startswith("=")]
         self.result = None if result == "killed" else int(result)
 
     def made(self):

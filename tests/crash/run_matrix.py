@@ -10,13 +10,9 @@ is left. The contents are judged by a model that shares nothing with the library
 Figures are printed as N/N. Exit status 77: this machine refuses tracing or private mounts.
 """
 import argparse
-import concurrent.futures
-import contextlib
 import json
-import os
 import pathlib
 import re
-import shutil
 import stat
 import subprocess
 import sys
@@ -30,11 +26,9 @@ import protocol
 import registry_driver as driving
 import registry_model as model
 import subjects
+import workers
+from stage import MODE, TOP, Stage, belongings
 
-TOP = pathlib.Path("/tmp/case")
-TRACE = pathlib.Path("/tmp/trace")
-MODE = 0o640
-ATTRIBUTE = "user.origin"
 NOT_OPENED, NO_LOCK, NOT_UNLOCKED = 0x900001BF, 0x900001BC, 0x900001BD
 SHOWN_FINDINGS = 25
 ALL_LEFTOVERS = ("tmp", "cor", "bkp")
@@ -65,67 +59,6 @@ def full_work(subject):
         work.append((protocol.Scene(subject, verb, 5, place=protocol.LINKED), every))
     folder = protocol.Scene(subject, "add", protocol.ABSENT, place=protocol.NO_FOLDER)
     return [*work, (folder, every)]
-
-
-class Stage:
-    """One scene, set up again for each trial."""
-
-    def __init__(self, scene, driver_program, injector):
-        self.scene, self.injector = scene, str(injector)
-        self.driver = driving.Driver(driver_program, TOP / scene.given, scene.subject.options)
-        self.registry = TOP / scene.registry
-        self.belongings = None
-
-    def set_up(self):
-        shutil.rmtree(TOP, ignore_errors=True)
-        TOP.mkdir()
-        driving.CHANGE_LOG.unlink(missing_ok=True)
-        for name, contents in self.scene.start().items():
-            path = TOP / name
-            if contents is None:
-                path.mkdir()
-            elif isinstance(contents, str):
-                path.symlink_to(contents)
-            else:
-                path.write_bytes(contents)
-        if self.scene.exists:
-            self.registry.chmod(MODE)
-            give_away(self.registry)
-            self.belongings = belongings(self.registry)
-
-    def run(self, options=(), more=()):
-        """The update under the injector: (outcome, calls, last line of the trace)."""
-        TRACE.unlink(missing_ok=True)
-        under = [self.injector, "--trace", str(TRACE), *options, "--"]
-        outcome = self.driver.run(*self.scene.update.words, *more, under=under)
-        if outcome.exit_status == driving.SKIPPED:
-            driving.skip("this system refuses the tracing of processes")
-        return (outcome, *protocol.read_trace(TRACE))
-
-    def more(self):
-        """A second update by the same object."""
-        return ("++", *self.scene.next_update.words)
-
-    def contents(self):
-        return self.registry.read_bytes() if self.registry.exists() else b""
-
-
-def give_away(path):
-    """Another owner and an attribute, where this process may: the copy has more to take over."""
-    for gift in (
-        lambda: os.chown(path, 1, 1),
-        lambda: os.setxattr(path, ATTRIBUTE, b"here"),
-    ):
-        with contextlib.suppress(OSError):
-            gift()
-
-
-def belongings(path):
-    """Owner, group and attribute of a file."""
-    info, attribute = path.stat(), None
-    with contextlib.suppress(OSError):
-        attribute = os.getxattr(path, ATTRIBUTE)
-    return info.st_uid, info.st_gid, attribute
 
 
 def judge_lock(stage):
@@ -358,37 +291,6 @@ def run_worker(options):
     return 0
 
 
-def start_worker(options, index):
-    """Runs one worker in a private host: (exit status, what it printed)."""
-    folder = driving.scratch_folder()
-    command = [sys.executable, str(HERE / "run_matrix.py"), *sys.argv[1:]]
-    command += ["--worker", str(index), str(options.jobs)]
-    try:
-        done = subprocess.run(
-            driving.private_command(folder, command),
-            env=driving.private_environment(),
-            stdout=subprocess.PIPE,
-            text=True,
-            check=False,
-        )
-    finally:
-        shutil.rmtree(folder, ignore_errors=True)
-    return done.returncode, done.stdout
-
-
-def collect(options):
-    """The results of all workers, or None when one could not do its work."""
-    with concurrent.futures.ThreadPoolExecutor(options.jobs) as pool:
-        ends = list(pool.map(lambda index: start_worker(options, index), range(options.jobs)))
-    for status, output in ends:
-        if status == driving.SKIPPED:
-            driving.skip(output.strip() or "this system allows no private mounts")
-        if status != 0:
-            print(output)
-            return None
-    return [json.loads(line) for _, output in ends for line in output.splitlines()]
-
-
 def show_findings(findings):
     """Each kind of finding once, with its first example: what differs by scene alone is one kind."""
     kinds = {}
@@ -428,17 +330,13 @@ def main():
     parser.add_argument("--scene", default="", help="only scenes whose name has this in it")
     parser.add_argument("--worker", type=int, nargs=2, help=argparse.SUPPRESS)
     options = parser.parse_args()
-    beside = options.driver.resolve().parent.parent / "crash/crash_injector"
-    options.injector = (options.injector or beside).resolve()
-    options.driver = options.driver.resolve()
-    if not options.injector.exists():
-        driving.skip(f"{options.injector} is not built")
+    options.driver, options.injector = workers.programs(options)
     if options.worker:
         return run_worker(options)
     if not driving.have_private_host():
         driving.skip("this system allows no private mounts")
     started = time.monotonic()
-    results = collect(options)
+    results = workers.collect(__file__, options)
     return 1 if results is None else report(results, time.monotonic() - started)
 
 

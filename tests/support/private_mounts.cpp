@@ -48,7 +48,7 @@ bool coverFolder(const char* path, const char* options) {
 }
 
 bool makePrivate() {
-  return enterNamespaces() && mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0 &&
+  return enterNamespaces() && mount("none", "/", "none", MS_REC | MS_PRIVATE, nullptr) == 0 &&
          coverFolder("/tmp", "mode=1777") && coverFolder("/var", "mode=755") &&
          mkdir("/var/vrx", 0755) == 0;
 }
@@ -102,7 +102,7 @@ bool replaceFile(const std::string& path, const std::string& contents) {
   static int count = 0;
   const std::string copy = "/tmp/.replacement" + std::to_string(++count);
   writeFile(copy, contents);
-  if (mount(copy.c_str(), path.c_str(), nullptr, MS_BIND, nullptr) != 0) return false;
+  if (mount(copy.c_str(), path.c_str(), "none", MS_BIND, nullptr) != 0) return false;
   return unlink(copy.c_str()) == 0;
 }
 

@@ -103,13 +103,15 @@ bool setField(GlobalRegRecord* record, const FieldRow& field, const std::string&
   return true;
 }
 
-void printField(const GlobalRegRecord& record, const FieldRow& field) {
+std::string fieldText(const GlobalRegRecord& record, const FieldRow& field) {
   const auto* at = reinterpret_cast<const unsigned char*>(&record) + field.offset;
-  std::printf("\t%s=", field.name);
-  if (field.kind == Kind::kText) return printText(reinterpret_cast<const char*>(at), field.width);
+  const std::string head = std::string("\t") + field.name + "=";
+  if (field.kind == Kind::kText) {
+    return head + plainText(reinterpret_cast<const char*>(at), field.width);
+  }
   unsigned long long number = 0;
   std::memcpy(&number, at, field.width);
-  std::printf("%llu", number);
+  return head + std::to_string(number);
 }
 
 }  // namespace
@@ -141,23 +143,37 @@ bool parseRecord(const std::vector<std::string>& words, GlobalRegRecord* record,
   return true;
 }
 
-void printText(const char* text, std::size_t width) {
+std::string plainText(const char* text, std::size_t width) {
+  std::string out;
   for (std::size_t i = 0; i < width && text[i] != 0; ++i) {
     const auto byte = static_cast<unsigned char>(text[i]);
     const bool plain = byte >= 0x20 && byte < 0x7F && byte != '\\';
-    std::printf(plain ? "%c" : "\\x%02x", byte);
+    char code[8];
+    std::snprintf(code, sizeof code, plain ? "%c" : "\\x%02x", byte);
+    out += code;
   }
+  return out;
+}
+
+void printText(const char* text, std::size_t width) {
+  std::fputs(plainText(text, width).c_str(), stdout);
+}
+
+std::string recordText(const GlobalRegRecord& record) {
+  char head[128];
+  std::snprintf(head, sizeof head, "%s\tmask=0x%llx\tmissing=0x%llx\tchecksum=%u",
+                nameOfType(record.RecordType), static_cast<unsigned long long>(record.FieldMask),
+                static_cast<unsigned long long>(record.MissingFieldMask), record.CheckSum);
+  std::string text = head;
+  for (const FieldRow& field : kFields) {
+    const bool present = field.type == record.RecordType && (record.FieldMask & field.bit) != 0;
+    if (present) text += fieldText(record, field);
+  }
+  return text;
 }
 
 void printRecord(const GlobalRegRecord& record) {
-  std::printf("%s\tmask=0x%llx\tmissing=0x%llx\tchecksum=%u", nameOfType(record.RecordType),
-              static_cast<unsigned long long>(record.FieldMask),
-              static_cast<unsigned long long>(record.MissingFieldMask), record.CheckSum);
-  for (const FieldRow& field : kFields) {
-    const bool present = field.type == record.RecordType && (record.FieldMask & field.bit) != 0;
-    if (present) printField(record, field);
-  }
-  std::printf("\n");
+  std::puts(recordText(record).c_str());
 }
 
 }  // namespace vrxtest

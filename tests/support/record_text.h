@@ -18,12 +18,14 @@ bool parseNumber(const std::string& text, unsigned long long* value);
 bool parseRecord(const std::vector<std::string>& words, GlobalRegRecord* record,
                  std::string* problem);
 
-// Prints a text up to its NUL or `width` bytes. Backslashes and bytes outside of printable ASCII
-// appear as \xNN.
+// A text up to its NUL or `width` bytes, and printing it. Backslashes and bytes outside of
+// printable ASCII appear as \xNN.
+std::string plainText(const char* text, std::size_t width);
 void printText(const char* text, std::size_t width);
 
-// Prints one line: the type, mask=, missing=, checksum= and each present field as NAME=VALUE,
-// separated by tabs, texts as by printText.
+// One line: the type, mask=, missing=, checksum= and each present field as NAME=VALUE, separated by
+// tabs, texts as by plainText; and printing it.
+std::string recordText(const GlobalRegRecord& record);
 void printRecord(const GlobalRegRecord& record);
 
 }  // namespace vrxtest

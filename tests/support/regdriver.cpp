@@ -2,9 +2,10 @@
 // A program for the tests that need a registry used by a process of its own: one that is killed,
 // whose system calls fail, or that was built for another word size. It uses the public headers only
 // and works on the global registry that VRX_GLOBAL_REG_PATHNAME names, or with --format and --file
-// on a file of another format; `regdriver` alone tells its commands. What is right and wrong is for
-// the tests to say: nothing is judged here. The formats stand in any_registry.cpp, the global
-// records' texts in record_text.cpp, the updates of many writers in tests/concurrency.
+// on a file of another format; --sync chooses the sync policy. `regdriver` alone tells its
+// commands. What is right and wrong is for the tests to say: nothing is judged here. The formats
+// stand in any_registry.cpp, the global records' texts in record_text.cpp, the updates of many
+// writers in tests/concurrency.
 #include <dirent.h>
 #include <unistd.h>
 
@@ -17,6 +18,7 @@
 #include <vector>
 
 #include "globalreg/global_reg.h"
+#include "platform/osse/files.h"
 #include "platform/osse/log.h"
 #include "platform/osse/memory.h"
 #include "tests/concurrency/workload.h"
@@ -226,6 +228,30 @@ int runDump(const Words&) {
   return reportScan([](void* record) { (void)GlobalReg::PrintRecord(record); });
 }
 
+// Each time that a line comes in: lists the registry, then makes the update, and ends the answer
+// with a line ".". Whoever has thousands of registries to look at puts one after the other in its
+// place.
+int runRounds(const Words& words) {
+  Update update = parseUpdate(words, 1, words.size());
+  char line[8];
+  while (std::fgets(line, sizeof line, stdin) != nullptr) {
+    unsigned status = 0;
+    format->use(file.data(), [&](AnyRegistry& registry) {
+      status = scan(registry, [](void* record) { format->print(record); });
+    });
+    (void)report(static_cast<int>(status));  // printed; the exit status is of no update
+    format->use(file.data(), [&](AnyRegistry& registry) {
+      status = registry.constructed();
+      if (status != 0) return;
+      status = registry.update(update.mode, update.mask, update.key.get(), update.record.get());
+    });
+    (void)report(static_cast<int>(status));  // as above
+    std::puts(".");
+    std::fflush(stdout);
+  }
+  return kDone;
+}
+
 // Waits until whoever started this process closes its standard input.
 void awaitEndOfInput() {
   char ignored = 0;
@@ -295,6 +321,7 @@ constexpr Command kCommands[] = {
     {Reach::kEveryFormat, "change", runUpdates, "change MASK KEY... -- RECORD... [++ UPDATE...]"},
     {Reach::kEveryFormat, "delete", runUpdates, "delete MASK KEY... [++ UPDATE...]"},
     {Reach::kGlobalOnly, "get", runGet, "get MASK KEY..."},
+    {Reach::kEveryFormat, "rounds", runRounds, "rounds UPDATE (list and update for each line)"},
     {Reach::kEveryFormat, "list", runList, "list"},
     {Reach::kGlobalOnly, "dump", runDump, "dump"},
     {Reach::kGlobalOnly, "hold", runHold, "hold exclusive|shared (until standard input ends)"},
@@ -306,7 +333,9 @@ constexpr Command kCommands[] = {
 };
 
 int usage() {
-  std::fprintf(stderr, "[--format FORMAT --file PATH] COMMAND; RECORD and KEY by format:\n");
+  std::fprintf(stderr,
+               "[--sync none|standard|full] [--format FORMAT --file PATH] COMMAND; RECORD and KEY "
+               "by format:\n");
   vrxtest::visitFormats([](const vrxtest::Format& each) {
     std::fprintf(stderr, "  %s: %s\n", each.name, each.fields);
   });
@@ -317,7 +346,14 @@ int usage() {
   return kBadUsage;
 }
 
-// Takes --format FORMAT --file PATH off the front of the words.
+void setSyncPolicy(const std::string& name) {
+  if (name == "none") return ossSetSyncPolicy(OSSSyncPolicy::none);
+  if (name == "standard") return ossSetSyncPolicy(OSSSyncPolicy::standard);
+  if (name == "full") return ossSetSyncPolicy(OSSSyncPolicy::full);
+  badUsage("no such sync policy: " + name);
+}
+
+// Takes --sync POLICY, --format FORMAT and --file PATH off the front of the words.
 void takeOptions(Words* words) {
   while (words->size() > 1 && words->front().rfind("--", 0) == 0) {
     const std::string option = words->front();
@@ -325,6 +361,8 @@ void takeOptions(Words* words) {
     words->erase(words->begin(), words->begin() + 2);
     if (option == "--file") {
       file = value;
+    } else if (option == "--sync") {
+      setSyncPolicy(value);
     } else if (option == "--format") {
       format = vrxtest::findFormat(value);
       if (format == nullptr) badUsage("no such format: " + value);

@@ -165,6 +165,10 @@ class ProfileLibrary : public Library {
     return runOn<GenRegVarVal, ProfileLine>(registry_, operation, profileFrom(operation.key),
                                             profileFrom(operation.record), &found_);
   }
+  unsigned next(const Operation& operation) override {
+    return registry_.GetNext(operation.mask, profileFrom(operation.key).record(), &found_);
+  }
+  GenRegText& registry() override { return registry_; }
   string found() const override { return shown(found_.variable, found_.comment); }
 
  private:
@@ -179,6 +183,10 @@ class ServicesLibrary : public Library {
     return runOn<GenRegServices, ServiceLine>(registry_, operation, serviceFrom(operation.key),
                                               serviceFrom(operation.record), &found_);
   }
+  unsigned next(const Operation& operation) override {
+    return registry_.GetNext(operation.mask, serviceFrom(operation.key).record(), &found_);
+  }
+  GenRegText& registry() override { return registry_; }
   string found() const override { return shown(found_.name, found_.comment); }
 
  private:
@@ -194,12 +202,27 @@ class InitLibrary : public Library {
     return runOn<GenRegInitTab, InitLine>(registry_, operation, initFrom(operation.key),
                                           initFrom(operation.record), &found_);
   }
+  unsigned next(const Operation& operation) override {
+    return registry_.GetNext(operation.mask, initFrom(operation.key).record(), &found_);
+  }
+  GenRegText& registry() override { return registry_; }
   string found() const override { return shown(found_.id, found_.comment); }
 
  private:
   GenRegInitTab registry_;
   GenRegInitTabRecord found_{};
 };
+
+string described(const Record& record) {
+  const auto text = [](const std::optional<string>& given) {
+    return given ? "'" + escaped(*given) + "'" : string("-");
+  };
+  return "{" + text(record.name) + " " + text(record.runlevel) + " " + text(record.value) + " " +
+         text(record.command) + " " + std::to_string(record.port) + " aliases " +
+         std::to_string(record.aliases.size()) + " note " + text(record.note) + "}";
+}
+
+}  // namespace
 
 string escaped(const string& bytes) {
   string out;
@@ -212,17 +235,6 @@ string escaped(const string& bytes) {
   }
   return out;
 }
-
-string described(const Record& record) {
-  const auto text = [](const std::optional<string>& given) {
-    return given ? "'" + escaped(*given) + "'" : string("-");
-  };
-  return "{" + text(record.name) + " " + text(record.runlevel) + " " + text(record.value) + " " +
-         text(record.command) + " " + std::to_string(record.port) + " aliases " +
-         std::to_string(record.aliases.size()) + " note " + text(record.note) + "}";
-}
-
-}  // namespace
 
 string randomFile(Format format, Choices& choices) {
   string bytes;

@@ -6,6 +6,7 @@
 #include <memory>
 #include <string>
 
+#include "genreg/text/text_store.h"
 #include "tests/support/text_model.h"
 
 namespace vrxtest::model {
@@ -35,7 +36,10 @@ class Library {
  public:
   virtual ~Library() = default;
   virtual unsigned run(const Operation& operation) = 0;
-  // The name and the note of the record that the last lookup found.
+  // The next record of an open scan for the operation's key.
+  virtual unsigned next(const Operation& operation) = 0;
+  virtual GenRegText& registry() = 0;
+  // The name and the note of the record that the last lookup or step found.
   virtual std::string found() const = 0;
 };
 std::unique_ptr<Library> libraryFor(Format format, const std::string& path);
@@ -45,6 +49,8 @@ Outcome expected(Format format, const std::string& bytes, const Operation& opera
 // The same for a lookup's finding, in the form of Library::found.
 std::string expectedFound(Format format, const std::string& bytes, const Operation& operation);
 
+// Bytes with what is not printable as \xNN.
+std::string escaped(const std::string& bytes);
 // An operation and the file in readable form, for messages.
 std::string described(Format format, const std::string& bytes, const Operation& operation);
 
