@@ -114,10 +114,13 @@ class FaceStore : public Store {
   std::string path() const override { return registry_.path(); }
   std::string lockPath() const override { return registry_.native().lockPath; }
 
-  [[nodiscard]] vrx::Status readAll(std::vector<Record>* records, long long* offset) override {
+  [[nodiscard]] vrx::Status read(const RowVisitor& wanted, std::vector<Record>* records,
+                                 long long* offset) override {
     auto cursor = registry_.cursor();
-    while (const Stored* stored = cursor.next())
-      records->push_back(recordOf(*stored));
+    while (const Stored* stored = cursor.next()) {
+      Row row = rowOf(*stored);
+      if (wanted(row)) records->push_back(recordOf(*stored, std::move(row)));
+    }
     *offset = cursor.position();
     return cursor.status();
   }
@@ -173,9 +176,8 @@ class FaceStore : public Store {
     const Stored stored;
   };
 
-  Record recordOf(const Stored& stored) const {
-    Record record;
-    Row& row = record.row;
+  Row rowOf(const Stored& stored) const {
+    Row row;
     row.values.reserve(noun_.fields.size());
     Item::visitFields(stored, [&](const char*, const auto& field) {
       row.values.push_back(valueOf(noun_.fields[row.values.size()], field));
@@ -183,6 +185,12 @@ class FaceStore : public Store {
     row.values.resize(noun_.fields.size());
     completeRow(stored, &row);
     row.key = keyOf(noun_, row);
+    return row;
+  }
+
+  static Record recordOf(const Stored& stored, Row row) {
+    Record record;
+    record.row = std::move(row);
     record.line = lineOf(stored.image);
     record.kept = std::make_shared<const Kept>(stored);
     return record;

@@ -136,7 +136,7 @@ std::vector<const Record*> KeyQuery::select(const std::vector<Record>& records) 
   std::vector<const Record*> exact;
   std::vector<const Record*> holding;
   for (const Record& record : records) {
-    if (!named_ && record.row.key == text_) exact.push_back(&record);
+    if (isWhole(record.row)) exact.push_back(&record);
     if (holdsParts(record.row)) holding.push_back(&record);
   }
   return exact.empty() ? holding : exact;

@@ -20,8 +20,11 @@ class KeyQuery {
   // The key as it was typed.
   const std::string& text() const { return text_; }
 
-  // The records that the key names. A record whose whole key is the text wins over records that
-  // merely hold the parts.
+  // Whether the key may name the row's record.
+  bool mayName(const Row& row) const { return isWhole(row) || holdsParts(row); }
+
+  // The records that the key names, of all those that it may name and perhaps others. A record
+  // whose whole key is the text wins over records that merely hold the parts.
   std::vector<const Record*> select(const std::vector<Record>& records) const;
 
   // A row with just the fields that the key gives, for a record to be added. Throws Failure:
@@ -36,6 +39,7 @@ class KeyQuery {
   using Places = std::vector<std::size_t>;  // fields, in the order of the key's parts
 
   std::vector<std::string> splitText() const;
+  bool isWhole(const Row& row) const { return !named_ && row.key == text_; }
   bool holdsParts(const Row& row) const;
   bool matchesFrom(const Row& row, const Places& places, std::size_t part, std::size_t position,
                    bool sawShort) const;

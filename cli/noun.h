@@ -2,10 +2,11 @@
 // Nouns: what a verb can be said about, as data, and the store that keeps its records.
 //
 // A noun is a table of fields, the form of its key and a function that opens its store. A store
-// reads all records of its noun as rows and adds, changes and removes one. The verbs (verbs.h) are
+// reads the records of its noun as rows and adds, changes and removes one. The verbs (verbs.h) are
 // written once over these two; a new noun is a new table and, for a new kind of file, a new store.
 #pragma once
 
+#include <functional>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -39,6 +40,9 @@ struct Record {
   std::size_t line = 0;  // the number of its first line; 0 where records are no lines
 };
 
+// Looks at a row and tells whether its record is wanted.
+using RowVisitor = std::function<bool(Row& row)>;
+
 // Whether a store tells the outside world (the change log, the monitor) of its updates.
 enum class SideEffects { wanted, none };
 
@@ -53,9 +57,11 @@ class Store {
   virtual std::string path() const = 0;
   virtual std::string lockPath() const = 0;
 
-  // All records in file order. On failure *records holds those read before it, and *offset where in
-  // the file reading stopped.
-  [[nodiscard]] virtual vrx::Status readAll(std::vector<Record>* records, long long* offset) = 0;
+  // Gives the row of each record to `wanted`, in file order, and appends those to *records for
+  // which it is true; of the others nothing is kept, so that it may move their rows away. On
+  // failure *offset is where in the file reading stopped.
+  [[nodiscard]] virtual vrx::Status read(const RowVisitor& wanted, std::vector<Record>* records,
+                                         long long* offset) = 0;
 
   // Adds a record; duplicate_record when one with its key exists.
   [[nodiscard]] virtual vrx::Status add(const Row& row) = 0;

@@ -10,10 +10,10 @@
 
 namespace cli {
 
-std::vector<Record> readRecords(Store& store, const std::string& path) {
+std::vector<Record> readRecords(Store& store, const std::string& path, const RowVisitor& wanted) {
   std::vector<Record> records;
   long long offset = 0;
-  const vrx::Status read = store.readAll(&records, &offset);
+  const vrx::Status read = store.read(wanted, &records, &offset);
   if (read) return records;
   Failure failure = failureOf(read.code(), path, path);
   if (failure.exit == Exit::damaged) failure.message += fmt::format(", at byte {}", offset);

@@ -64,9 +64,9 @@ Exit runExplain(Command& command);
 
 // What reading verbs and changing verbs share (records.cpp).
 
-// All records of the store. Throws Failure, which names the registry as `path` and, when it is
-// damaged, the place.
-std::vector<Record> readRecords(Store& store, const std::string& path);
+// The wanted records of the store. The whole file is read and judged, but only these are kept.
+// Throws Failure, which names the registry as `path` and, when it is damaged, the place.
+std::vector<Record> readRecords(Store& store, const std::string& path, const RowVisitor& wanted);
 
 // The failure of a key that names several records, or none.
 Failure ambiguous(const Noun& noun, const std::string& key,

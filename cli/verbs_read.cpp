@@ -14,11 +14,20 @@ namespace cli {
 
 namespace {
 
-std::vector<Row> rowsOf(std::vector<Record>&& records) {
+// The rows that the test holds for. Nothing else of the records is kept, which for a long registry
+// is most of the memory.
+std::vector<Row> readRows(Store& store, const RowTest& wanted) {
   std::vector<Row> rows;
-  for (Record& record : records)
-    rows.push_back(std::move(record.row));
+  (void)readRecords(store, store.path(), [&](Row& row) {  // it keeps none
+    if (wanted(row)) rows.push_back(std::move(row));
+    return false;
+  });
   return rows;
+}
+
+// The records that the key may name: what a short key names, the last record can still tell.
+std::vector<Record> readNamed(Store& store, const KeyQuery& query) {
+  return readRecords(store, store.path(), [&](const Row& row) { return query.mayName(row); });
 }
 
 Answer answerFor(const Command& command, const char* schema, Shape shape, const Store& store) {
@@ -70,7 +79,7 @@ const std::vector<Field>& lineFields() {
   return fields;
 }
 
-std::vector<Row> lineRows(Store& store) {
+std::vector<Row> lineRows(Store& store, const RowTest& wanted) {
   std::vector<vrx::Line> lines;
   const vrx::Status read = store.readLines(&lines);
   if (!read) throw failureOf(read.code(), store.path(), store.path());
@@ -79,6 +88,7 @@ std::vector<Row> lineRows(Store& store) {
     rows.push_back(
         {"", {std::uint64_t{line.number}, std::string(kindName(line.kind)), line.text}, {}});
   }
+  keepRows(wanted, &rows);
   return rows;
 }
 
@@ -138,8 +148,7 @@ Exit runList(Command& command) {
       answerFor(command, lines ? "vrxreg.lines/1" : "vrxreg.list/1", Shape::list, *store);
   answer.fields = fields;
   answer.columns = columns;
-  answer.rows = lines ? lineRows(*store) : rowsOf(readRecords(*store, store->path()));
-  keepRows(wanted, &answer.rows);
+  answer.rows = lines ? lineRows(*store, wanted) : readRows(*store, wanted);
   sortRows(order, &answer.rows);
   command.output = render(answer, command.arguments);
   return Exit::done;
@@ -150,7 +159,7 @@ Exit runGet(Command& command) {
   const KeyQuery query(noun, command.arguments, &command.words);
   const std::vector<int> columns = getColumns(command);
   const std::unique_ptr<Store> store = openForReading(command);
-  const std::vector<Record> records = readRecords(*store, store->path());
+  const std::vector<Record> records = readNamed(*store, query);
   const Record& record = findOne(command, query, records, store->path());
   if (command.words.size() == 1 && isAbsent(cellOf(record.row, columns.front()))) {
     throw Failure(Exit::no,
@@ -167,12 +176,15 @@ Exit runCount(Command& command) {
   refuseWords(command);
   const RowTest wanted = parseFilter(command.noun->fields, command.arguments.where);
   const std::unique_ptr<Store> store = openForReading(command);
-  std::vector<Row> rows = rowsOf(readRecords(*store, store->path()));
-  keepRows(wanted, &rows);
+  std::size_t count = 0;
+  (void)readRecords(*store, store->path(), [&](const Row& row) {  // it keeps none
+    count += wanted(row) ? 1 : 0;
+    return false;
+  });
   Answer answer =
       singleValue(answerFor(command, "vrxreg.count/1", Shape::flat, *store),
-                  {"count", "COUNT", Kind::number, 0, KeyPart::none}, std::uint64_t{rows.size()});
-  answer.plain = fmt::format("{}\n", rows.size());
+                  {"count", "COUNT", Kind::number, 0, KeyPart::none}, std::uint64_t{count});
+  answer.plain = fmt::format("{}\n", count);
   command.output = render(answer, command.arguments);
   return Exit::done;
 }
@@ -182,7 +194,7 @@ Exit runExists(Command& command) {
   const KeyQuery query(*command.noun, command.arguments, &command.words);
   refuseWords(command);
   const std::unique_ptr<Store> store = openForReading(command);
-  const std::vector<Record> records = readRecords(*store, store->path());
+  const std::vector<Record> records = readNamed(*store, query);
   const std::vector<const Record*> found = query.select(records);
   if (found.size() > 1) throw ambiguous(*command.noun, query.text(), found);
   Answer answer =

@@ -201,6 +201,9 @@ class GlobalRegistry {
   // else the instance's own, else /var/vrx/global.reg. Nothing is opened or made yet; status() is
   // 0x900001BA when the choice is no usable path.
   explicit GlobalRegistry(Scope scope = Scope::own) : opened_(openChosen(scope)) {}
+  // Copies are views of the same; moving copies.
+  GlobalRegistry(const GlobalRegistry&) = default;
+  GlobalRegistry& operator=(const GlobalRegistry&) = default;
 
   // The registry at `path`, whatever the environment says.
   static GlobalRegistry at(const std::string& path) {

@@ -11,8 +11,10 @@
 // Updates wait for the lock as long as ossSetLockTimeLimit (platform/osse/file_handle.h) says, by
 // default for ever.
 //
-// Threads: an object and its cursors are used by one thread at a time; objects share nothing.
-// Ownership: arguments are copied or only read during the call; results own what they hold.
+// Threads: an object, its copies and its cursors are used by one thread at a time, and so are all
+// views of one GlobalRegistry. Objects that were constructed one by one share nothing.
+// Ownership: arguments are copied or only read during the call; results own what they hold. Moving
+// an object copies it: the one moved from is as it was.
 // While a cursor is open, every other verb of its registry fails with 0x9000025B.
 #pragma once
 
@@ -181,24 +183,29 @@ class Records {
 
   // Puts `next` in the place of `old`; notFound() when no record is as `old` was read. Fields that
   // are the same in both keep their bytes, those of later revisions stay. 0x900001F7 when nothing
-  // differs; 0x900001F8 when several records are exactly as `old`.
+  // differs; 0x900001F8 when several records are exactly as `old`. A new key must be free, else
+  // exists(); that is looked up before the lock is taken, so that who gives a key to two records at
+  // once, in two programs, may still have both.
   [[nodiscard]] Status replace(const StoredRecord& old, const Record& next,
                                Loss loss = Loss::refused) {
     Status status = prepare(&old, next, loss);
-    if (!status) return status;
-    return store_.replace(old, next).at(path());
+    if (status) status = requireFreeKey(old, next);
+    return status ? store_.replace(old, next).at(path()) : status;
   }
 
-  // As replace, with every record that is exactly as `old`.
+  // As replace, with every record that is exactly as `old`; a new key need not be free.
   [[nodiscard]] Status replaceAll(const StoredRecord& old, const Record& next,
                                   Loss loss = Loss::refused) {
+    Status status = prepare(&old, next, loss);
+    if (!status) return status;
     const typename Store::SeveralAllowed allowed(native());
-    return replace(old, next, loss);
+    return store_.replace(old, next).at(path());
   }
 
   // Reads the record with this key, gives it to edit(Record&), and puts the outcome in its place;
   // when somebody else was faster, reads and edits again, at most kMaxRounds times. Success when
-  // nothing differs. notFound(); 0x900001F8 when several records have the key.
+  // nothing differs. notFound(); 0x900001F8 when several records have the key; exists() when the
+  // edit gives the record a key that another one has.
   template <class Edit>
   [[nodiscard]] Status update(const Key& key, Edit&& edit, Loss loss = Loss::refused) {
     Status status;
@@ -269,6 +276,14 @@ class Records {
   Status prepare(const StoredRecord* old, const Record& next, Loss loss) const {
     Status status = store_.ready();
     return status ? check(old, next, loss) : status;
+  }
+
+  // The library looks at keys when it adds, not when it changes.
+  Status requireFreeKey(const StoredRecord& old, const Record& next) const {
+    if (Store::hasKey(next, Store::keyOf(old))) return {};
+    const Result<StoredRecord> other = find(Store::keyOf(next));
+    if (other) return Status(genreg::status::duplicate_record, path());
+    return other.status().notFound() ? Status() : other.status();
   }
 
   template <class Edit>

@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "tests/support/leak_check.h"
@@ -237,6 +238,30 @@ TYPED_TEST(FaceRecords, ReplaceByTheSameIsUnchanged) {
   const auto old = registry.find(TypeParam::key(1));
   ASSERT_TRUE(old);
   EXPECT_EQ(registry.replace(*old, *old).code(), status::unchanged);
+}
+
+TYPED_TEST(FaceRecords, ANewKeyMustBeFree) {
+  auto registry = this->open();
+  ASSERT_TRUE(registry.add(TypeParam::record(1)));
+  ASSERT_TRUE(registry.add(TypeParam::record(2)));
+  const auto takeTwo = [](auto& record) { record = TypeParam::record(2); };
+  EXPECT_TRUE(registry.update(TypeParam::key(1), takeTwo).exists());
+  const auto old = registry.find(TypeParam::key(1));
+  ASSERT_TRUE(old);
+  EXPECT_TRUE(registry.replace(*old, TypeParam::record(2)).exists());
+  EXPECT_EQ(this->contents(), (std::vector{TypeParam::record(1), TypeParam::record(2)}));
+  EXPECT_TRUE(registry.replace(*old, TypeParam::record(3)));
+  EXPECT_EQ(this->contents(), (std::vector{TypeParam::record(3), TypeParam::record(2)}));
+}
+
+TYPED_TEST(FaceRecords, ARegistryThatWasMovedFromIsAsItWas) {
+  auto registry = this->open();
+  ASSERT_TRUE(registry.add(TypeParam::record(1)));
+  auto other = std::move(registry);
+  EXPECT_TRUE(other.add(TypeParam::record(2)));
+  EXPECT_EQ(registry.path(), this->path);  // NOLINT(bugprone-use-after-move): it is what we test
+  EXPECT_TRUE(registry.remove(TypeParam::key(1)));
+  EXPECT_EQ(this->contents(), (std::vector{TypeParam::record(2)}));
 }
 
 TYPED_TEST(FaceRecords, UpdateReadsAgainWhenItWasLost) {

@@ -116,8 +116,10 @@ class [[nodiscard]] Result {
   T value_or(T other) const& { return has_value() ? *value_ : std::move(other); }
   T value_or(T other) && { return has_value() ? std::move(*value_) : std::move(other); }
 
-  // Success while there is a value. The reference lives as long as the Result.
-  const Status& status() const { return status_; }
+  // Success while there is a value. The reference lives as long as the Result; one that is about to
+  // be destroyed gives its status away.
+  const Status& status() const& { return status_; }
+  Status status() && { return std::move(status_); }
 
  private:
   void require() const {

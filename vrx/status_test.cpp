@@ -98,6 +98,13 @@ TEST(FaceResult, ATemporaryGivesItsValueAway) {
   EXPECT_EQ(sum, 6);
 }
 
+TEST(FaceResult, ATemporaryGivesItsStatusAway) {
+  const auto missing = [] { return Result<int>(Status(genreg::status::no_registry, "/f")); };
+  const Status& status = missing().status();  // lives as long as its name
+  EXPECT_TRUE(status.noFile());
+  EXPECT_EQ(status.path(), "/f");
+}
+
 TEST(FaceResultDeathTest, TheValueOfAFailureEndsTheProgram) {
   GTEST_FLAG_SET(death_test_style, "threadsafe");
   const Result<int> failure(Status(status::no_match, "/f"));

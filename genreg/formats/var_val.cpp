@@ -52,9 +52,10 @@ const char* appendBlanks(LineBuilder& line, const char* from) {
 }
 
 void appendFresh(LineBuilder& line, const GenRegVarValRecord& record) {
-  const char* equals = bCompactFormattedLine ? "=" : " = ";
+  // Another thread's constructor may be setting it back.
+  const bool compact = __atomic_load_n(&bCompactFormattedLine, __ATOMIC_RELAXED);
   line.append(record.variable);
-  line.append(equals);
+  line.append(compact ? "=" : " = ");
 }
 
 // Lays the name and the "=" out as the old line has them. False when it has no "=".

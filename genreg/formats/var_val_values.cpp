@@ -56,7 +56,8 @@ bool convertWhole(const char* text, Number* out, Convert convert) {
 }  // namespace
 
 GenRegVarVal::GenRegVarVal(const char* path, unsigned int* status) : found_{} {
-  bCompactFormattedLine = false;
+  // Threads construct objects of their own, and the switch is a plain byte that programs link to.
+  __atomic_store_n(&bCompactFormattedLine, false, __ATOMIC_RELAXED);
   Operation op(kGenRegVarValConstruct, path);
   const GenRegStatus rc = setRegistryPaths(path);
   if (status != nullptr) *status = rc;

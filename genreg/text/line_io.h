@@ -12,7 +12,8 @@
 constexpr unsigned long kGenRegLineSize = 2048;
 
 // Whether variable=value lines that are written from scratch leave out the blanks around "=". One
-// byte, process-wide and unguarded; every GenRegVarVal constructor sets it back to false.
+// byte, process-wide; every GenRegVarVal constructor sets it back to false. Threads may construct
+// and update at any time; set it yourself only while no other thread does.
 extern VRXGENREG_API bool bCompactFormattedLine;
 
 // Reads one line of `file`. `raw` receives the text as read, `line` the logical line: with

@@ -85,3 +85,27 @@ load support
   exits 0 vrxreg service count
   is "$output" 2
 }
+
+# What the command takes of memory, in KiB.
+memory_of() {
+  python3 -c 'import resource, subprocess, sys
+subprocess.run(sys.argv[1:], check=True, stdout=subprocess.DEVNULL)
+print(resource.getrusage(resource.RUSAGE_CHILDREN).ru_maxrss)' "$VRXREG" "$@"
+}
+
+@test "a key is looked for to the end of a long registry and nothing else is kept" {
+  sample
+  few=$(memory_of instance get tp1)
+  # 20000 records of others: kept, each would take some 3 KiB.
+  python3 "$TESTS/registry_file.py" body 1:0=sVRX,1=v3.1.0.0,2=sother
+  python3 -c 'import sys; sys.stdout.buffer.write(open("body", "rb").read() * 20000)' >> "$registry"
+  for verb in get exists; do
+    many=$(memory_of instance $verb tp1)
+    (( many < few + 8192 )) || { echo "$verb: $many KiB instead of $few"; return 1; }
+  done
+  is "$(vrxreg instance count)" 20003
+  python3 "$TESTS/registry_file.py" body 1:0=sKRN,1=v3.1.0.0,2=stp1
+  cat body >> "$registry"
+  exits 5 vrxreg instance get tp1
+  has "$stderr" "2 records match: VRX/3.1.0.7/tp1, KRN/3.1.0.0/tp1"
+}

@@ -36,6 +36,9 @@ class OpenedStore {
   using Native = Object;
 
   explicit OpenedStore(std::shared_ptr<Opened<Object>> opened) : opened_(std::move(opened)) {}
+  // Moving copies: a registry that was moved from can be asked and used like any other.
+  OpenedStore(const OpenedStore&) = default;
+  OpenedStore& operator=(const OpenedStore&) = default;
 
   const std::string& path() const { return opened_->path; }
   Object& native() const { return opened_->native; }
