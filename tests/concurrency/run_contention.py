@@ -1,19 +1,23 @@
 #!/usr/bin/env python3
 # SPDX-License-Identifier: Apache-2.0
-"""Many writers of one global registry at once: nothing lost, nothing doubled, nothing torn.
+"""Many writers of one registry at once: nothing lost, nothing doubled, nothing torn.
 
 Each writer adds, changes and removes records of its own; readers list the registry all the while and
-judge every list; some writers are killed in the middle. What a writer does, and what a list may show, is
-in workload.h; what must stand at the end is computed here by a model that shares nothing with it.
-Figures are printed as N/N. Exit status 77: this machine refuses private mounts.
+judge every list; some writers are killed in the middle. What a writer of the global registry does, and
+what a list may show, is in workload.h; what must stand at the end is computed here by a model that shares
+nothing with it. The scenes that treat all formats alike are a program's own (contention_check.cpp); here
+stand their sizes. Figures are printed as N/N. Exit status 77: this machine refuses private mounts.
 """
 import argparse
+import os
 import pathlib
 import random
 import re
 import select
+import shutil
 import subprocess
 import sys
+import tempfile
 import time
 
 sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[1] / "support"))
@@ -25,7 +29,12 @@ FOLDER = pathlib.Path("/tmp/contention")
 REGISTRY = FOLDER / "reg"
 KEPT_EVERY = 4
 VERSION = 0x0003000100000007
+LONGEST_UPDATE = 12000  # microseconds, the 99th percentile of contended updates
+LONGEST_WAIT = 10000  # microseconds from a holder's death to the lock
 SLOWEST_WAKING = 5.0  # seconds; a waiter that takes longer was not woken by its holder's death
+
+# A finding of the thread sanitizer's ends its program with another status than a wrong figure does.
+SANITIZED = {**os.environ, "TSAN_OPTIONS": "halt_on_error=0 exitcode=66"}
 
 
 def updates_of(count):
@@ -274,27 +283,89 @@ def judge_death_of_holder(check, driver, rounds):
     check.figure(f"waiters that had the lock of a dead holder ({1000 * slowest:.1f} ms)", good, rounds)
 
 
-def main():
-    parser = argparse.ArgumentParser(description=__doc__.splitlines()[0])
-    parser.add_argument("--driver", type=pathlib.Path, required=True)
-    parser.add_argument("--other-driver", type=pathlib.Path, help="writes along, turn by turn")
-    parser.add_argument("--full", action="store_true")
-    parser.add_argument("--seed", type=int, default=random.randrange(1 << 32))
-    options = parser.parse_args()
-    if not driving.have_private_host():
-        driving.skip("this system allows no private mounts")
-    driving.go_private()
+def contend_for_global(check, options):
+    """The driver's loops on the global registry, whose change log is judged, too."""
     writers, count, threads, victims = (16, 200, 8, 24) if options.full else (8, 50, 8, 8)
     programs = [options.driver] + ([options.other_driver] if options.other_driver else [])
     drivers = [driving.Driver(program.resolve(), REGISTRY) for program in programs]
-    print(f"seed {options.seed}")
-    check = Check()
     contend_processes(check, drivers, writers, count)
     contend_threads(check, drivers[0], threads, count)
     contend_with_deaths(
         check, drivers[0], writers // 2, victims, count, random.Random(options.seed)
     )
     judge_death_of_holder(check, drivers[0], 20 if options.full else 5)
+
+
+# Scenes of contention_check and their sizes.
+SHORT_SCENES = (
+    "processes --writers 8 --updates 25 --pace 20",
+    "threads --writers 8 --updates 15 --readers 2",
+    "fairness --writers 8 --updates 25",
+    "deaths --deaths 10",
+    "broken --updates 10",
+)
+FULL_SCENES = (
+    "processes --writers 16 --updates 1000 --readers 4 --pace 50",
+    "processes --writers 16 --updates 1000 --readers 0 --pace 50",
+    "processes --writers 16 --updates 50 --readers 4 --pace 50 --sync standard",
+    "threads --writers 8 --updates 1000 --readers 4",
+    f"fairness --writers 8 --updates 1000 --limit {LONGEST_UPDATE}",
+    f"deaths --deaths 200 --limit {LONGEST_WAIT}",
+    "broken --updates 50",
+)
+
+
+def play_scene(check, program, scene, seed, disk):
+    """Runs one scene, which prints its own figures. Syncing is worth the name on `disk` only."""
+    words = scene.split()
+    if "standard" in words:
+        words += ["--folder", str(disk)]
+    status = subprocess.run(
+        [program, words[0], "--seed", str(seed), *words[1:]], env=SANITIZED, check=False
+    ).returncode
+    check.fact(f"scene of {words[0]}", status == 0, scene)
+
+
+def play_scenes(check, options):
+    """All scenes; those of threads by the thread sanitizer's build, where there is one."""
+    disk = pathlib.Path(tempfile.mkdtemp(prefix="contention.", dir=options.program.parent))
+    try:
+        for scene in FULL_SCENES if options.full else SHORT_SCENES:
+            program = options.program
+            if scene.startswith("threads") and options.threads_program.exists():
+                program = options.threads_program
+            play_scene(check, program, scene, options.seed, disk)
+    finally:
+        shutil.rmtree(disk)
+
+
+def read_options():
+    parser = argparse.ArgumentParser(description=__doc__.splitlines()[0])
+    parser.add_argument("--driver", type=pathlib.Path, required=True)
+    parser.add_argument("--other-driver", type=pathlib.Path, help="writes along, turn by turn")
+    parser.add_argument("--full", action="store_true")
+    parser.add_argument("--seed", type=int, default=random.randrange(1 << 32))
+    parser.add_argument("--program", type=pathlib.Path, help="contention_check; beside the driver")
+    parser.add_argument("--threads-program", type=pathlib.Path, help="its thread sanitizer's build")
+    parser.add_argument("--scenes-only", action="store_true", help="leave out what the driver does")
+    options = parser.parse_args()
+    beside = options.driver.resolve().parents[1] / "concurrency"
+    options.program = (options.program or beside / "contention_check").resolve()
+    options.threads_program = (options.threads_program or beside / "contention_threads").resolve()
+    return options
+
+
+def main():
+    options = read_options()
+    if not driving.have_private_host():
+        driving.skip("this system allows no private mounts")
+    driving.go_private()
+    print(f"seed {options.seed}", flush=True)
+    check = Check()
+    if not options.scenes_only:
+        contend_for_global(check, options)
+    if not options.other_driver:
+        play_scenes(check, options)
     return 1 if check.findings else 0
 
 
