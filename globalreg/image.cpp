@@ -80,10 +80,13 @@ Agreement compareAbsent(const Field& field, const unsigned char* key) {
   return agreementOf(fieldNumber(key, field) == 0);
 }
 
-// Compares these known fields up to the first that differs; the others are stepped over. An entry
-// longer than its field would run on into the next ones.
+// Compares the type, which a key of type 0 leaves open, and these known fields up to the first that
+// differs; the others are stepped over. An entry longer than its field would run on into the next
+// ones.
 Agreement compare(const unsigned char* image, unsigned long length, const Layout& layout,
                   std::uint64_t fields, const unsigned char* key) {
+  const std::uint32_t type = recordType(key);
+  if (type != 0 && type != layout.type) return Agreement::kDiffers;
   Entries entries(image, length);
   const std::uint64_t present = fieldMask(image);
   const Field* field = layout.fields;
@@ -146,15 +149,10 @@ unsigned examine(unsigned wanted, const void* stored, unsigned long length, unsi
   if (layout == nullptr) return 0;
   unsigned found = 0;
   if ((wanted & (kGenRegImageDiffers | kGenRegImageAgrees)) != 0) {
-    const auto* given = static_cast<const unsigned char*>(key);
-    const std::uint32_t type = recordType(given);
-    if (type != 0 && type != layout->type) {
-      found = kGenRegImageDiffers;
-    } else {
-      const Agreement agreement = compare(image, length, *layout, mask & layout->known, given);
-      if (agreement == Agreement::kDiffers) found = kGenRegImageDiffers;
-      if (agreement == Agreement::kAgrees) found = kGenRegImageAgrees;
-    }
+    const Agreement agreement = compare(image, length, *layout, mask & layout->known,
+                                        static_cast<const unsigned char*>(key));
+    if (agreement == Agreement::kDiffers) found = kGenRegImageDiffers;
+    if (agreement == Agreement::kAgrees) found = kGenRegImageAgrees;
   }
   if ((wanted & kGenRegImageStable) != 0 && isStable(image, length, *layout)) {
     return found | kGenRegImageStable | kGenRegImageWhole;

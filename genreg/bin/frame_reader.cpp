@@ -70,17 +70,16 @@ GenRegStatus FrameReader::nextFromStream() {
     cursor_.skip(cursor_.available());
     return op.status();
   }
-  const unsigned long length = decodeLength(cursor_.bytes(), lengthOrderOf(store_));
-  const unsigned long long left = cursor_.left();
-  const auto end = static_cast<unsigned long long>(cursor_.position()) + left;
-  checkFrameEnd(op, end - left + kLengthFieldSize, length, end);
-  if (!op.failed()) {
-    wantFrame(op, cursor_, length);
-    if (!op.failed()) return take(length);
-    cursor_.skip(cursor_.available());
+  const unsigned long length = nextLength();
+  const auto position = static_cast<unsigned long long>(cursor_.position());
+  checkFrameEnd(op, position + kLengthFieldSize, length, position + cursor_.left());
+  if (op.failed()) {
+    cursor_.skip(kLengthFieldSize);
     return op.status();
   }
-  cursor_.skip(kLengthFieldSize);
+  wantFrame(op, cursor_, length);
+  if (!op.failed()) return take(length);
+  cursor_.skip(cursor_.available());
   return op.status();
 }
 

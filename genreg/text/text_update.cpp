@@ -50,7 +50,8 @@ class TextEdit {
   void treatLines(Operation& op, Edit& edit, void* compared);
   void carryLines(Operation& op, const LineFilter& filter);
   void prepareKeyed(Operation& op, void* key);
-  void checkBytes(Operation& op, const void* bytes, unsigned long length);
+  // A byte that a line's string cannot hold would be lost on the way through.
+  void stopAtNul(Operation& op) { stop(op, 620, status::read_failed); }
   bool storedMatches(Operation& op, void* key);
   bool isSelected(Operation& op, void* key);
   void countMatch(Operation& op);
@@ -92,7 +93,7 @@ void TextEdit::treatLines(Operation& op, Edit& edit, void* compared) {
     const LineStep step = stored_.next(op, status::read_failed);
     if (step == LineStep::kEnd) break;
     if (step == LineStep::kFailed) stopped_ = true;
-    if (!stopped_) checkBytes(op, stored_.text().raw(), stored_.text().rawLength());
+    if (!stopped_ && stored_.text().hasNul()) stopAtNul(op);
     if (stopped_) break;
     if (filter.mayAgree(stored_.text().line())) stored_.parse(op);
     edit.treat(op);
@@ -107,8 +108,9 @@ void TextEdit::carryLines(Operation& op, const LineFilter& filter) {
     const Passage lines = filter.passOver(stored_.text());
     if (lines.length == 0) return;
     writeOut(op);
-    if (!stopped_) writeNow(op, lines.bytes, linesBeforeNul(lines));
-    if (!stopped_) checkBytes(op, lines.bytes, lines.length);
+    const unsigned long sound = linesBeforeNul(lines);
+    if (!stopped_) writeNow(op, lines.bytes, sound);
+    if (!stopped_ && sound < lines.length) stopAtNul(op);
   }
 }
 
@@ -116,11 +118,6 @@ void TextEdit::carryLines(Operation& op, const LineFilter& filter) {
 void TextEdit::prepareKeyed(Operation& op, void* key) {
   checkRecord(op, store_, mask_, key);
   if (!op.failed()) maxRecord_ = measureMaxRecord(op, store_);
-}
-
-// A byte that a line's string cannot hold would be lost on the way through.
-void TextEdit::checkBytes(Operation& op, const void* bytes, unsigned long length) {
-  if (std::memchr(bytes, '\0', length) != nullptr) stop(op, 620, status::read_failed);
 }
 
 bool TextEdit::storedMatches(Operation& op, void* key) {

@@ -28,18 +28,11 @@ class FrameReader : public RecordBlock {
   BlockCursor& cursor() { return cursor_; }
 
   // Steps to the next frame: 0, 0x900001BE at the end, or what ReadRecord reports.
-  GenRegStatus next() {
-    if (cursor_.available() >= kLengthFieldSize) {
-      const unsigned long length = decodeLength(cursor_.bytes(), lengthOrderOf(store_));
-      if (length <= cursor_.available() - kLengthFieldSize) return take(length);
-    }
-    return nextFromStream();
-  }
+  GenRegStatus next() { return isNextInMemory() ? take(nextLength()) : nextFromStream(); }
   // Whether next() will leave the frames before where they are in memory.
   bool isNextInMemory() const {
     return cursor_.available() >= kLengthFieldSize &&
-           decodeLength(cursor_.bytes(), lengthOrderOf(store_)) <=
-               cursor_.available() - kLengthFieldSize;
+           nextLength() <= cursor_.available() - kLengthFieldSize;
   }
 
   // The frame's bytes as they are stored, in memory until the next step, and before them its length
@@ -51,6 +44,8 @@ class FrameReader : public RecordBlock {
   void load(Operation& op, GenRegStatus failure, ImageEnd imageEnd);
 
  private:
+  // What the length field in memory states.
+  unsigned long nextLength() const { return decodeLength(cursor_.bytes(), lengthOrderOf(store_)); }
   GenRegStatus take(unsigned long length) {
     frame_ = cursor_.bytes() + kLengthFieldSize;
     frameLength_ = length;
