@@ -9,7 +9,6 @@ is left. The contents are judged by a model that shares nothing with the library
 
 Figures are printed as N/N. Exit status 77: this machine refuses tracing or private mounts.
 """
-import argparse
 import json
 import pathlib
 import re
@@ -277,10 +276,7 @@ def try_one(stage, kind, fault, calls):
 
 
 def work_of(options):
-    make_work = full_work if options.full else short_work
-    chosen = [each for each in subjects.SUBJECTS if each.name in options.format or not options.format]
-    work = [pair for subject in chosen for pair in make_work(subject)]
-    return [pair for pair in work if options.scene in pair[0].name]
+    return workers.work_of(options, full_work if options.full else short_work)
 
 
 def run_worker(options):
@@ -319,16 +315,7 @@ def report(results, seconds):
 
 
 def main():
-    parser = argparse.ArgumentParser(description=__doc__.splitlines()[0])
-    parser.add_argument("--driver", type=pathlib.Path, required=True)
-    parser.add_argument("--injector", type=pathlib.Path, help="crash_injector, beside ../support")
-    length = parser.add_mutually_exclusive_group()
-    length.add_argument("--short", dest="full", action="store_false")
-    length.add_argument("--full", action="store_true")
-    parser.add_argument("--jobs", type=int, default=2)
-    parser.add_argument("--format", nargs="+", default=(), choices=subjects.NAMES, help="not all")
-    parser.add_argument("--scene", default="", help="only scenes whose name has this in it")
-    parser.add_argument("--worker", type=int, nargs=2, help=argparse.SUPPRESS)
+    parser = workers.parser(__doc__.splitlines()[0])
     options = parser.parse_args()
     options.driver, options.injector = workers.programs(options)
     if options.worker:

@@ -10,7 +10,6 @@ registries must get lost: else the judge is blind.
 
 Figures are printed as N/N. Exit status 77: this machine refuses tracing or private mounts.
 """
-import argparse
 import json
 import pathlib
 import sys
@@ -128,10 +127,7 @@ def try_scene(scene, models, grain, options):
 
 
 def work_of(options):
-    make_work = full_work if options.full else short_work
-    chosen = [each for each in subjects.SUBJECTS if each.name in options.format or not options.format]
-    work = [triple for subject in chosen for triple in make_work(subject)]
-    return [triple for triple in work if options.scene in triple[0].name]
+    return workers.work_of(options, full_work if options.full else short_work)
 
 
 def run_worker(options):
@@ -222,17 +218,8 @@ def report(results, options, seconds):
 
 
 def main():
-    parser = argparse.ArgumentParser(description=__doc__.splitlines()[0])
-    parser.add_argument("--driver", type=pathlib.Path, required=True)
-    parser.add_argument("--injector", type=pathlib.Path, help="crash_injector, beside ../support")
-    length = parser.add_mutually_exclusive_group()
-    length.add_argument("--short", dest="full", action="store_false", default=False)
-    length.add_argument("--full", action="store_true")
-    parser.add_argument("--jobs", type=int, default=2)
-    parser.add_argument("--format", nargs="+", default=(), choices=subjects.NAMES, help="not all")
-    parser.add_argument("--scene", default="", help="only scenes whose name has this in it")
+    parser = workers.parser(__doc__.splitlines()[0])
     parser.add_argument("--times", action="store_true", help="show the seconds of each scene")
-    parser.add_argument("--worker", type=int, nargs=2, help=argparse.SUPPRESS)
     options = parser.parse_args()
     options.driver, options.injector = workers.programs(options)
     if options.worker:

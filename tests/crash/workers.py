@@ -3,13 +3,38 @@
 
 Not here: what a worker does when it is started with --worker INDEX COUNT.
 """
+import argparse
 import concurrent.futures
 import json
+import pathlib
 import shutil
 import subprocess
 import sys
 
 import registry_driver as driving
+import subjects
+
+
+def parser(summary):
+    """The options that every campaign has."""
+    made = argparse.ArgumentParser(description=summary)
+    made.add_argument("--driver", type=pathlib.Path, required=True)
+    made.add_argument("--injector", type=pathlib.Path, help="crash_injector, beside ../support")
+    length = made.add_mutually_exclusive_group()
+    length.add_argument("--short", dest="full", action="store_false", default=False)
+    length.add_argument("--full", action="store_true")
+    made.add_argument("--jobs", type=int, default=2)
+    made.add_argument("--format", nargs="+", default=(), choices=subjects.NAMES, help="not all")
+    made.add_argument("--scene", default="", help="only scenes whose name has this in it")
+    made.add_argument("--worker", type=int, nargs=2, help=argparse.SUPPRESS)
+    return made
+
+
+def work_of(options, make_work):
+    """The work that make_work(subject) gives for each chosen format: tuples that begin with a scene."""
+    chosen = [each for each in subjects.SUBJECTS if each.name in options.format or not options.format]
+    work = [each for subject in chosen for each in make_work(subject)]
+    return [each for each in work if options.scene in each[0].name]
 
 
 def start_worker(program, options, index):
