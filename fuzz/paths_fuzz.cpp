@@ -80,8 +80,16 @@ void asArgument(const string& path) {
   require(pathsOf(registry) == (usable ? companions(path) : std::vector<string>(5)), "paths", path);
 }
 
+// The C library keeps every value that setenv has ever stored, which hours of this would turn into
+// gigabytes: the entry is ours, until it is taken out again.
+void setVariable(const string& value) {
+  static string entry;
+  entry = string(kVariable) + "=" + value;
+  require(putenv(entry.data()) == 0, "no environment");
+}
+
 void inTheEnvironment(const string& path) {
-  require(setenv(kVariable, path.c_str(), 1) == 0, "no environment");
+  setVariable(path);
   const GlobalReg registry(true);
   const bool set = (registry.state & kGenRegStatePathsSet) != 0;
   require(set == isUsable(path), "taken or not", path);
