@@ -22,9 +22,9 @@ namespace {
 
 // Words of the same language that this version does not speak yet.
 constexpr const char* kLaterWords[] = {
-    "export", "import",  "diff",   "batch", "check",   "repair",     "salvage", "leftovers",
-    "log",    "history", "show",   "undo",  "restore", "watch",      "wait",    "status",
-    "lock",   "monitor", "report", "facts", "schema",  "completion", "rename",  "edit"};
+    "export",  "import", "diff",  "batch",   "check",      "repair", "salvage", "log",
+    "history", "show",   "undo",  "restore", "watch",      "wait",   "status",  "lock",
+    "monitor", "report", "facts", "schema",  "completion", "rename", "edit"};
 
 bool isLaterWord(const std::string& word) {
   for (const char* later : kLaterWords) {
@@ -39,6 +39,14 @@ void addNames(const Table& table, std::vector<std::string>* names) {
     names->emplace_back(entry.name);
 }
 
+// Verbs of two words that share the first follow each other.
+void addFirstWords(const std::vector<Verb>& verbs, std::vector<std::string>* names) {
+  for (const Verb& verb : verbs) {
+    const std::string first = split(verb.name, ' ').front();
+    if (names->empty() || names->back() != first) names->push_back(first);
+  }
+}
+
 [[noreturn]] void unknownWord(const std::string& word) {
   if (word == "services") {
     throw usageFailure(
@@ -47,7 +55,7 @@ void addNames(const Table& table, std::vector<std::string>* names) {
   if (isLaterWord(word)) throw usageFailure(fmt::format("{}: not in this version of vrxreg", word));
   std::vector<std::string> names;
   addNames(nouns(), &names);
-  addNames(topVerbs(), &names);
+  addFirstWords(topVerbs(), &names);
   throw usageFailure(fmt::format("{}: no such noun or verb{}; there are {}", word,
                                  suggestion(word, names), join(names, ", ")));
 }
@@ -108,6 +116,25 @@ Exit runNoun(const Arguments& arguments, const Noun& noun, std::string* output) 
       fmt::format("{}: a verb is missing; there are {}", noun.name, join(names, ", ")));
 }
 
+// A verb of two words, of which the first stands for several.
+Exit runSecondWord(const Arguments& arguments, const std::vector<std::string>& seconds,
+                   std::string* output) {
+  const std::string& first = arguments.words.front();
+  if (arguments.words.size() > 1) {
+    const std::string& second = arguments.words[1];
+    const Verb* verb = findVerb(topVerbs(), first + " " + second);
+    if (verb != nullptr) return runVerb(arguments, nullptr, *verb, 2, output);
+    throw usageFailure(fmt::format("{} {}: no such verb{}; there are {}", first, second,
+                                   suggestion(second, seconds), join(seconds, ", ")));
+  }
+  if (!arguments.help) {
+    throw usageFailure(
+        fmt::format("{}: a verb is missing; there are {}", first, join(seconds, ", ")));
+  }
+  *output = groupHelp(first);
+  return Exit::done;
+}
+
 Exit dispatch(const Arguments& arguments, std::string* output) {
   if (arguments.showVersion) {
     *output = "vrxreg " VRXREG_VERSION "\n";
@@ -120,6 +147,8 @@ Exit dispatch(const Arguments& arguments, std::string* output) {
   }
   if (const Noun* noun = findNoun(arguments.words.front()))
     return runNoun(arguments, *noun, output);
+  const std::vector<std::string> seconds = wordsBehind(arguments.words.front());
+  if (!seconds.empty()) return runSecondWord(arguments, seconds, output);
   const Verb* verb = findVerb(topVerbs(), arguments.words.front());
   if (verb == nullptr) unknownWord(arguments.words.front());
   return runVerb(arguments, nullptr, *verb, 1, output);

@@ -67,7 +67,7 @@ constexpr OptionRow kOptions[] = {
     {"--quiet", "-q, --quiet", 0, "no reports of what was done or not found"},
     {"--verbose", "-v, --verbose", 0, "the library's own log on standard error"},
     {"--color", "--color WHEN", 0, "auto, always, never"},
-    {"--yes", "--yes", 0, "accepted everywhere"},
+    {"--yes", "--yes", 0, "do what leftovers promote and clean only show without it"},
     {"--no-history", "--no-history", 0, "accepted everywhere"},
     {"--help", "-h, --help", 0, "this help, also behind a noun or a verb"},
     {"--version", "--version", 0, "the version of vrxreg"},
@@ -103,7 +103,7 @@ void addChangingOptions(CLI::App& app, Arguments& arguments, Raw& raw) {
   app.add_flag("-q,--quiet", arguments.quiet);
   app.add_flag("-v,--verbose", arguments.verbose);
   app.add_option("--color", raw.color);
-  app.add_flag("--yes", raw.harmless);
+  app.add_flag("--yes", arguments.yes);
   app.add_flag("--no-history", raw.harmless);
   app.add_flag("-h,--help", arguments.help);
   app.add_flag("--version", arguments.showVersion);

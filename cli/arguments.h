@@ -65,6 +65,7 @@ struct Arguments {
   bool dryRun = false;
   bool diff = false;
   bool detailedExitCode = false;
+  bool yes = false;
   long long timeLimit = kDefaultTimeLimit;  // milliseconds
   bool why = false;
 

@@ -21,6 +21,8 @@ std::vector<std::string> recordLines(const Noun& noun, const std::optional<Row>&
     if (isAbsent(value)) continue;
     lines.push_back(fmt::format("{}={}", noun.fields[i].name, displayText(valueText(value))));
   }
+  for (const UnknownField& field : row->unknown)
+    lines.push_back(fmt::format("unknown field {}={}", field.bit, hexText(field.bytes)));
   return lines;
 }
 

@@ -148,6 +148,8 @@ class FaceStore : public Store {
     return rc == genreg::status::ok ? native.UnLock() : rc;
   }
 
+  GenRegFile& file() override { return registry_.native(); }
+
  protected:
   static const Stored& storedOf(const Record& record) {
     return static_cast<const Kept&>(*record.kept).stored;

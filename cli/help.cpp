@@ -4,6 +4,9 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
+#include <cstring>
+
 #include "cli/text.h"
 
 namespace cli {
@@ -11,10 +14,15 @@ namespace cli {
 namespace {
 
 std::string verbLines(const std::vector<Verb>& verbs) {
-  std::string text;
+  std::size_t names = 8;
+  std::size_t usages = 22;
   for (const Verb& verb : verbs) {
-    text += fmt::format("  {:<8} {:<22} {}\n", verb.name, verb.usage, verb.summary);
+    names = std::max(names, std::strlen(verb.name));
+    usages = std::max(usages, std::strlen(verb.usage));
   }
+  std::string text;
+  for (const Verb& verb : verbs)
+    text += fmt::format("  {:<{}} {:<{}} {}\n", verb.name, names, verb.usage, usages, verb.summary);
   return text;
 }
 
@@ -84,6 +92,13 @@ std::string nounHelp(const Noun& noun) {
   return fmt::format("Usage: vrxreg {0} VERB ...: {1}\n\nKey: {2}, shorter while it is unique\n\n",
                      noun.name, noun.what, noun.keyForm) +
          "Verbs:\n" + verbLines(verbsOf(noun)) + "\nFields:\n" + fieldLines(noun);
+}
+
+std::string groupHelp(const std::string& first) {
+  std::vector<Verb> verbs;
+  for (const std::string& second : wordsBehind(first))
+    verbs.push_back(*findVerb(topVerbs(), first + " " + second));
+  return fmt::format("Usage: vrxreg {} VERB ...\n\nVerbs:\n", first) + verbLines(verbs);
 }
 
 std::string verbHelp(const Noun* noun, const Verb& verb) {

@@ -14,4 +14,7 @@ std::string nounHelp(const Noun& noun);
 // `noun` is null for a verb that stands alone.
 std::string verbHelp(const Noun* noun, const Verb& verb);
 
+// The verbs of two words that begin with this one.
+std::string groupHelp(const std::string& first);
+
 }  // namespace cli

@@ -17,6 +17,8 @@
 #include "vrx/status.h"
 #include "vrx/stored.h"
 
+class GenRegFile;
+
 namespace cli {
 
 struct Arguments;
@@ -79,6 +81,9 @@ class Store {
 
   // Takes the lock without waiting and releases it: locked_elsewhere when somebody else holds it.
   [[nodiscard]] virtual GenRegStatus probeLock() = 0;
+
+  // The library's object: the names of the companions, the lock, the monitor. It is the store's.
+  virtual GenRegFile& file() = 0;
 };
 
 // What becomes of a missing file when a record is added: made with its folder, made where there is

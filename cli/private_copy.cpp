@@ -2,12 +2,15 @@
 // Making and removing the private copy of a dry run.
 #include "cli/private_copy.h"
 
+#include <fcntl.h>
 #include <fmt/format.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
+#include <vector>
 
 #include "cli/failure.h"
 
@@ -15,7 +18,63 @@ namespace cli {
 
 namespace fs = std::filesystem;
 
+namespace {
+
+// 0 or an errno value.
+int writeAll(int to, const char* bytes, std::size_t count) {
+  while (count > 0) {
+    const ssize_t written = write(to, bytes, count);
+    if (written < 0 && errno != EINTR) return errno;
+    if (written <= 0) continue;
+    bytes += written;
+    count -= static_cast<std::size_t>(written);
+  }
+  return 0;
+}
+
+// Copies at most `limit` bytes: 0 or an errno value, EFBIG when there are more.
+int copyBytes(int from, int to, long long limit) {
+  std::vector<char> block(std::size_t{1} << 16);
+  off_t offset = 0;
+  for (;;) {
+    const ssize_t count = pread(from, block.data(), block.size(), offset);
+    if (count < 0 && errno == EINTR) continue;
+    if (count <= 0) return count < 0 ? errno : 0;
+    offset += count;
+    if (offset > limit) return EFBIG;
+    const int error = writeAll(to, block.data(), static_cast<std::size_t>(count));
+    if (error != 0) return error;
+  }
+}
+
+}  // namespace
+
 PrivateCopy::PrivateCopy(const std::string& original) {
+  makeFolder();
+  std::error_code failed;
+  fs::copy_file(original, path(), failed);
+  if (!failed || failed == std::errc::no_such_file_or_directory) return;
+  removeFolder();
+  throw Failure(Exit::io, fmt::format("{}: cannot be copied for a dry run", original));
+}
+
+PrivateCopy::PrivateCopy(int original, const std::string& name) {
+  makeFolder();
+  const int copy = open(path().c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
+  const int error = copy < 0 ? errno : copyBytes(original, copy, kMaxBytes);
+  if (copy >= 0) (void)close(copy);  // what did not reach the disk reads back all the same
+  if (error == 0) return;
+  removeFolder();
+  Failure failure(Exit::io, fmt::format("{}: {}", name, std::strerror(error)));
+  failure.path = name;
+  throw failure;
+}
+
+PrivateCopy::~PrivateCopy() {
+  removeFolder();
+}
+
+void PrivateCopy::makeFolder() {
   const char* base = std::getenv("TMPDIR");
   std::string name = base != nullptr && *base != '\0' ? base : "/tmp";
   name += "/vrxreg.XXXXXX";
@@ -23,14 +82,9 @@ PrivateCopy::PrivateCopy(const std::string& original) {
     throw Failure(Exit::io, fmt::format("no private folder {}: {}", name, std::strerror(errno)));
   }
   folder_ = name;
-  std::error_code failed;
-  fs::copy_file(original, path(), failed);
-  if (!failed || failed == std::errc::no_such_file_or_directory) return;
-  fs::remove_all(folder_, failed);
-  throw Failure(Exit::io, fmt::format("{}: cannot be copied for a dry run", original));
 }
 
-PrivateCopy::~PrivateCopy() {
+void PrivateCopy::removeFolder() {
   std::error_code ignored;  // a folder left behind changes no registry
   fs::remove_all(folder_, ignored);
 }

@@ -12,13 +12,21 @@ class PrivateCopy {
  public:
   // Throws Failure (io) when the folder or the copy cannot be made.
   explicit PrivateCopy(const std::string& original);
+  // The same of an open file, from its beginning; `name` names it in failures. Also throws Failure
+  // (io) when it is longer than kMaxBytes: a planted file could be any size.
+  PrivateCopy(int original, const std::string& name);
   ~PrivateCopy();
   PrivateCopy(const PrivateCopy&) = delete;
   PrivateCopy& operator=(const PrivateCopy&) = delete;
 
+  static constexpr long long kMaxBytes = 1LL << 30;
+
   std::string path() const { return folder_ + "/copy"; }
 
  private:
+  void makeFolder();
+  void removeFolder();
+
   std::string folder_;
 };
 

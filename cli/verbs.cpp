@@ -10,6 +10,7 @@ constexpr unsigned kPlace = kAcceptsRegistry | kAcceptsFile;
 constexpr unsigned kRows = kPlace | kAcceptsFields | kAcceptsHeadings | kAcceptsZero;
 constexpr unsigned kChange =
     kPlace | kAcceptsKeyParts | kAcceptsDryRun | kAcceptsDetailed | kAcceptsZero;
+constexpr unsigned kSteps = kPlace | kAcceptsDryRun | kAcceptsDetailed | kAcceptsZero;
 constexpr unsigned kPlain = kAcceptsRegistry | kAcceptsHeadings | kAcceptsZero;
 
 }  // namespace
@@ -52,12 +53,30 @@ const std::vector<Verb>& topVerbs() {
       {"version", "V", "a version as text, code and level number", kPlain, Forms::all, &runVersion},
       {"explain", "CODE", "what a status code means and what to do next", kPlain, Forms::all,
        &runExplain},
+      {"leftovers list", "[NOUN]", "what interrupted updates left beside a registry",
+       kRows | kAcceptsWhere | kAcceptsSort, Forms::all, &runLeftoversList},
+      {"leftovers diff", "[NOUN] tmp|cor|bkp", "what a leftover holds that the registry does not",
+       kPlace | kAcceptsHeadings | kAcceptsZero, Forms::all, &runLeftoversDiff},
+      {"leftovers promote", "[NOUN] tmp|cor|bkp", "make a leftover the registry; needs --yes",
+       kSteps, Forms::report, &runLeftoversPromote},
+      {"leftovers clean", "[NOUN] [tmp|cor|bkp|lock...]", "remove leftovers; needs --yes", kSteps,
+       Forms::report, &runLeftoversClean},
   };
   return verbs;
 }
 
 unsigned acceptsOf(const Verb& verb, const Noun* noun) {
   return noun == nullptr ? verb.accepts : verb.accepts & (~kAcceptsOfNouns | noun->accepts);
+}
+
+std::vector<std::string> wordsBehind(std::string_view first) {
+  const std::string begin = std::string(first) + " ";
+  std::vector<std::string> words;
+  for (const Verb& verb : topVerbs()) {
+    const std::string name = verb.name;
+    if (name.rfind(begin, 0) == 0) words.push_back(name.substr(begin.size()));
+  }
+  return words;
 }
 
 const Verb* findVerb(const std::vector<Verb>& verbs, std::string_view name) {

@@ -24,7 +24,7 @@ struct Command {
 };
 
 struct Verb {
-  const char* name;
+  const char* name;   // of one word or, for a verb that stands alone, of two
   const char* usage;  // what stands behind the verb
   const char* summary;
   unsigned accepts;  // Accepts bits
@@ -39,6 +39,9 @@ const std::vector<Verb>& topVerbs();
 
 // The Accepts bits of a verb on a noun (null: on none).
 unsigned acceptsOf(const Verb& verb, const Noun* noun);
+
+// The second words of the verbs that stand alone and have this first one; mostly none.
+std::vector<std::string> wordsBehind(std::string_view first);
 
 // The verb of that name among them; null for none.
 const Verb* findVerb(const std::vector<Verb>& verbs, std::string_view name);
@@ -61,6 +64,12 @@ Exit runSyncFixpack(Command& command);
 Exit runWhere(Command& command);
 Exit runVersion(Command& command);
 Exit runExplain(Command& command);
+
+// leftovers.cpp, leftovers_change.cpp
+Exit runLeftoversList(Command& command);
+Exit runLeftoversDiff(Command& command);
+Exit runLeftoversPromote(Command& command);
+Exit runLeftoversClean(Command& command);
 
 // What reading verbs and changing verbs share (records.cpp).
 
