@@ -2,8 +2,12 @@
 // Filling and growing the block.
 #include "genreg/internal/block_cursor.h"
 
+#include <unistd.h>
+
 #include <algorithm>
+#include <cerrno>
 #include <cstring>
+#include <limits>
 
 #include "genreg/status.h"
 #include "platform/osse/memory.h"
@@ -14,6 +18,10 @@ namespace {
 // Large enough that the system call is not felt, small enough to stay in the nearest cache.
 constexpr unsigned long long kBlockSize = 32 * 1024;
 
+// What a lookup reads first.
+constexpr std::size_t kFirstRead = 4096;
+constexpr std::size_t kAllThereIs = std::numeric_limits<std::size_t>::max();
+
 }  // namespace
 
 BlockCursor::~BlockCursor() {
@@ -23,6 +31,18 @@ BlockCursor::~BlockCursor() {
 
 void BlockCursor::readFrom(FILE* stream, unsigned long long position, unsigned long long fileSize) {
   stream_ = stream;
+  start(position, fileSize, kAllThereIs);
+}
+
+void BlockCursor::readFrom(int descriptor, unsigned long long fileSize) {
+  stream_ = nullptr;
+  descriptor_ = descriptor;
+  start(0, fileSize, kFirstRead);
+}
+
+void BlockCursor::start(unsigned long long position, unsigned long long fileSize,
+                        std::size_t firstRead) {
+  nextRead_ = firstRead;
   fileSize_ = fileSize;
   streamPosition_ = position;
   located_ = true;
@@ -75,6 +95,19 @@ bool BlockCursor::reserve(std::size_t count) {
   return true;
 }
 
+// As many bytes as there are, up to `count`; fewer after an error as well.
+std::size_t BlockCursor::read(void* to, std::size_t count) {
+  if (stream_ != nullptr) return std::fread(to, 1, count, stream_);
+  std::size_t got = 0;
+  while (got < count) {
+    const ssize_t step = ::read(descriptor_, static_cast<unsigned char*>(to) + got, count - got);
+    if (step < 0 && errno == EINTR) continue;
+    if (step <= 0) break;
+    got += static_cast<std::size_t>(step);
+  }
+  return got;
+}
+
 BlockCursor::Step BlockCursor::fail(Step reason) {
   failed_ = true;
   return reason;
@@ -87,10 +120,12 @@ BlockCursor::Step BlockCursor::refill(std::size_t count) {
   if (count > left) return Step::kEnd;
   const std::size_t useful = std::max(count, static_cast<std::size_t>(std::min(left, kBlockSize)));
   if (!reserve(useful)) return fail(Step::kNoMemory);
-  const std::size_t room = capacity_ - available();
+  const std::size_t needed = count - available();
+  const std::size_t room = std::min(capacity_ - available(), std::max(needed, nextRead_));
+  nextRead_ = kAllThereIs;
   const auto wanted =
       static_cast<std::size_t>(std::min<unsigned long long>(left - available(), room));
-  const std::size_t got = std::fread(end_, 1, wanted, stream_);
+  const std::size_t got = read(end_, wanted);
   end_ += got;
   streamPosition_ += got;
   return available() >= count ? Step::kReady : fail(Step::kUnread);

@@ -2,6 +2,8 @@
 // Taking and giving back what an operation holds.
 #include "genreg/internal/guards.h"
 
+#include "genreg/internal/checksum_header.h"
+#include "genreg/internal/registry_files.h"
 #include "platform/osse/memory.h"
 
 namespace genreg {
@@ -51,14 +53,34 @@ HeldLock::~HeldLock() {
 LookupAccess::LookupAccess(Operation& op, GenRegFile& registry) : op_(op), registry_(registry) {
   const bool scanning = (registry_.state & kGenRegStateScanning) != 0;
   if (scanning && registry_.isFeatureSet(kGenRegKeepPosition)) {
-    (void)registry_.getRegFilePosition(&scanPosition_);  // a stream that fails here fails the read
-    (void)registry_.Rewind();                            // that follows, which reports it
-    kind_ = Kind::kBorrowed;
-    return;
+    borrowScan();
+  } else {
+    open();
   }
-  const GenRegStatus rc = registry_.OpenReg(kGenRegRead);
+}
+
+void LookupAccess::borrowScan() {
+  (void)registry_.getRegFilePosition(&scanPosition_);  // a stream that fails here fails the read
+  (void)registry_.Rewind();                            // that follows, which reports it
+  kind_ = Kind::kBorrowed;
+}
+
+// OpenReg(kGenRegRead) without a stream, which a lookup that reads in blocks has no use for.
+GenRegStatus LookupAccess::openBare() {
+  Operation opening(kGenRegFileOpenReg, registry_.registryPath);
+  (void)closeRegistryStream(registry_);  // as OpenReg does
+  (void)closeTemporaryStream(registry_);
+  openRegistryFile(opening, registry_, readRequest(), file_);
+  registry_.firstRecord = 0;
+  return opening.status();
+}
+
+void LookupAccess::open() {
+  const bool scanning = (registry_.state & kGenRegStateScanning) != 0;
+  const bool bare = !scanning && !usesChecksumHeader(registry_);
+  const GenRegStatus rc = bare ? openBare() : registry_.OpenReg(kGenRegRead);
   if (rc == status::ok) {
-    kind_ = Kind::kOpened;
+    kind_ = bare ? Kind::kBare : Kind::kOpened;
     return;
   }
   // Only the binary store's lookups tell a missing registry from one that cannot be opened.
@@ -74,8 +96,23 @@ LookupAccess::~LookupAccess() {
     return;
   }
   if (kind_ == Kind::kNone) return;
-  const GenRegStatus rc = registry_.CloseReg(kGenRegRead);
+  const GenRegStatus rc = kind_ == Kind::kBare ? closeBare() : registry_.CloseReg(kGenRegRead);
   if (rc != status::ok) op_.fail(321, status::close_failed, rc);
+}
+
+GenRegStatus LookupAccess::closeBare() {
+  Operation closing(kGenRegFileCloseReg, registry_.registryPath);
+  const GenRegStatus rc = file_.close();
+  if (rc != status::ok) return closing.fail(2, status::registry_not_closed, rc);
+  return closing.status();
+}
+
+void LookupAccess::giveTo(BlockCursor& cursor) const {
+  if (kind_ == Kind::kBare) {
+    cursor.readFrom(file_.getFileHandle(), registry_.registrySize);
+  } else {
+    cursor.readFrom(registry_.registryStream, registry_.firstRecord, registry_.registrySize);
+  }
 }
 
 }  // namespace genreg

@@ -119,6 +119,19 @@ TEST_F(Guards, ReleaseFailureDoesNotHideAnEarlierOne) {
   EXPECT_EQ(op.status(), 0x900001CDu);
 }
 
+TEST_F(Guards, ReleaseThatFailsIsReportedToNobodyWhenNobodyListens) {
+  const vrxtest::CapturedLog log;
+  ScratchBuffer scratch(op, status::no_scratch_memory, status::scratch_not_released);
+  ASSERT_TRUE(scratch.reserve(1, 8));
+  scratch.reportTo(nullptr);
+  const FailCall fault(Call::kMemFree, 1, EINVAL);
+  scratch.release();
+  EXPECT_TRUE(fault.fired());
+  EXPECT_EQ(scratch.data(), nullptr);
+  EXPECT_FALSE(op.failed());
+  EXPECT_EQ(log.count(kGenRegBinGet), 0);
+}
+
 TEST_F(Guards, DamagedScratchIsReported) {
   ScratchBuffer scratch(op, status::no_scratch_memory, status::scratch_not_released);
   ASSERT_TRUE(scratch.reserve(1, 100));
@@ -168,9 +181,12 @@ TEST_F(Guards, LookupOpensAndClosesTheRegistry) {
   PlainRegistry registry(files.registry);
   {
     const LookupAccess access(op, registry);
-    EXPECT_NE(registry.registryStream, nullptr);
+    BlockCursor cursor;
+    access.giveTo(cursor);
+    ASSERT_EQ(cursor.want(1), BlockCursor::Step::kReady);
+    EXPECT_EQ(cursor.left(), vrxtest::readFile(files.registry).size());
+    EXPECT_EQ(registry.registryStream, nullptr) << "blocks need none";
   }
-  EXPECT_EQ(registry.registryStream, nullptr);
   EXPECT_FALSE(op.failed());
 }
 
@@ -194,7 +210,7 @@ TEST_F(Guards, HalfOpenedRegistryIsClosed) {
 
 TEST_F(Guards, LookupThatCannotBeClosedIsReported) {
   PlainRegistry registry(files.registry);
-  const FailCall fault(Call::kFclose, 1, EIO);
+  const FailCall fault(Call::kHandleClose, 1, EIO);
   { const LookupAccess access(op, registry); }
   EXPECT_EQ(op.status(), 0x900001C6u);
 }

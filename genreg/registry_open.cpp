@@ -28,8 +28,7 @@ bool isTaken(const char* path) {
 // How the registry itself is opened. An update replaces the file, so it must not open a link in its
 // place; readers may follow one.
 StreamRequest requestFor(const GenRegFile& registry, unsigned mode) {
-  StreamRequest request;
-  request.options |= kOssOpenNoFollow;
+  StreamRequest request = readRequest();
   request.resolvesLink = mode == kGenRegRead;
   if (mode != kGenRegAdd) return request;
   const bool missing = !fileExists(registry.registryPath);
@@ -71,11 +70,14 @@ CopyUse copyUseFor(const GenRegFile& registry, unsigned mode) {
 }
 
 // The copy must be as private and as accessible as the registry that it replaces. Ownership and
-// attributes come first: setting an owner clears set-id bits, setting an ACL changes the mode.
-void dressCopy(Operation& op, GenRegFile& registry, unsigned mode, const OSSFileInfo& info) {
+// attributes come first: setting an owner clears set-id bits, setting an ACL changes the mode. A
+// copy that is read back mostly is dressed already.
+void dressCopy(Operation& op, GenRegFile& registry, unsigned mode, unsigned permissions,
+               unsigned wanted) {
+  if (!isUpdate(mode) && permissions == wanted) return;
   const int copy = fileno(registry.temporaryStream);
   if (isUpdate(mode)) ossFileCopyOwnership(fileno(registry.registryStream), copy);
-  const GenRegStatus rc = ossFileSetPermissions(copy, info.permissions);
+  const GenRegStatus rc = ossFileSetPermissions(copy, wanted);
   if (rc != status::ok) op.fail(31, status::copy_permissions_not_set, rc);
 }
 
@@ -86,9 +88,9 @@ void openCopy(Operation& op, GenRegFile& registry, unsigned mode) {
     op.fail(30, status::no_registry_info, rc);
     return;
   }
-  openTemporaryStream(op, registry, copyUseFor(registry, mode));
+  const unsigned permissions = openTemporaryStream(op, registry, copyUseFor(registry, mode));
   if (op.failed()) return;
-  dressCopy(op, registry, mode, info);
+  dressCopy(op, registry, mode, permissions, info.permissions);
   if (!op.failed() && isUpdate(mode)) reserveHeader(op, registry);
 }
 

@@ -310,8 +310,8 @@ struct OpenFault {
 constexpr OpenFault kReadFaults[] = {
     {Call::kHandleOpen, 1, EMFILE, 0x900001BFu}, {Call::kOpen, 1, EIO, 0x900001BFu},
     {Call::kOpen, 1, ENOENT, 0x90000513u},       {Call::kFstat, 1, EIO, 0x900001BFu},
-    {Call::kFstat, 2, EIO, 0x900001BFu},         {Call::kHandleLock, 1, ENOLCK, 0x90000272u},
-    {Call::kLockFcntl, 1, ENOLCK, 0x90000272u},  {Call::kFdopen, 1, ENOMEM, 0x900001BFu},
+    {Call::kHandleLock, 1, ENOLCK, 0x90000272u}, {Call::kLockFcntl, 1, ENOLCK, 0x90000272u},
+    {Call::kFdopen, 1, ENOMEM, 0x900001BFu},
 };
 
 TEST_F(RegistryOpen, EveryFailureOfReadingIsReportedAndLeavesNothing) {

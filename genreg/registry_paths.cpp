@@ -4,12 +4,13 @@
 #include <unistd.h>
 
 #include <cstring>
+#include <initializer_list>
+#include <string_view>
 
 #include "genreg/internal/operation.h"
 #include "genreg/internal/registry_files.h"
 #include "genreg/registry.h"
 #include "platform/osse/paths.h"
-#include "platform/osse/strings.h"
 
 using namespace genreg;
 
@@ -28,31 +29,42 @@ struct RegistryPaths {
 
 // A path split in two. "." stands for no directory.
 struct SplitPath {
-  char directory[kGenRegPathSize];
+  char directory[kGenRegPathSize + 1];  // and a slash
   char base[kGenRegPathSize];
 };
 
-bool fits(int length) {
-  return length >= 0 && static_cast<unsigned long>(length) < kGenRegPathSize;
+// Joins the parts into a path, which none of them may lie in. False when it would be cut.
+bool join(char (&path)[kGenRegPathSize], std::initializer_list<std::string_view> parts) {
+  std::size_t length = 0;
+  for (const std::string_view part : parts) {
+    if (part.size() >= kGenRegPathSize - length) return false;
+    (void)part.copy(path + length, part.size());  // its size again
+    length += part.size();
+  }
+  path[length] = '\0';
+  return true;
 }
 
-// The companions of a registry: visible ones beside its whole name, hidden ones made of a prefix
-// ("dir/" or nothing) and its base name. False when any name would be cut.
-bool formPaths(RegistryPaths& paths, const char* registry, const char* prefix, const char* base) {
-  constexpr unsigned long size = kGenRegPathSize;
-  return fits(ossSnprintf(paths.registry, size, "%s", registry)) &&
-         fits(ossSnprintf(paths.temporary, size, "%s.tmp", registry)) &&
-         fits(ossSnprintf(paths.corrupt, size, "%s.cor", registry)) &&
-         fits(ossSnprintf(paths.lock, size, "%s.%s.lock", prefix, base)) &&
-         fits(ossSnprintf(paths.backup, size, "%s.%s.bkp", prefix, base));
+// The companions of a registry: visible ones beside its whole name, hidden ones in its folder, which
+// is given as "dir/" or as nothing, before its base name. False when any name would be cut.
+bool formPaths(RegistryPaths& paths, std::string_view registry, std::string_view folder,
+               std::string_view base) {
+  return join(paths.registry, {registry}) && join(paths.temporary, {registry, ".tmp"}) &&
+         join(paths.corrupt, {registry, ".cor"}) &&
+         join(paths.lock, {folder, ".", base, ".lock"}) &&
+         join(paths.backup, {folder, ".", base, ".bkp"});
+}
+
+void adoptPath(char (&to)[kGenRegPathSize], const char (&from)[kGenRegPathSize]) {
+  std::memcpy(to, from, std::strlen(from) + 1);
 }
 
 void adoptPaths(GenRegFile& object, const RegistryPaths& paths) {
-  std::memcpy(object.registryPath, paths.registry, kGenRegPathSize);
-  std::memcpy(object.temporaryPath, paths.temporary, kGenRegPathSize);
-  std::memcpy(object.corruptPath, paths.corrupt, kGenRegPathSize);
-  std::memcpy(object.lockPath, paths.lock, kGenRegPathSize);
-  std::memcpy(object.backupPath, paths.backup, kGenRegPathSize);
+  adoptPath(object.registryPath, paths.registry);
+  adoptPath(object.temporaryPath, paths.temporary);
+  adoptPath(object.corruptPath, paths.corrupt);
+  adoptPath(object.lockPath, paths.lock);
+  adoptPath(object.backupPath, paths.backup);
 }
 
 // Replaces `path` by the target of the link that it names, a relative one taken from the link's
@@ -61,10 +73,10 @@ bool followOneLink(char (&path)[kGenRegPathSize]) {
   char target[kGenRegPathSize] = {};
   const ssize_t length = readlink(path, target, sizeof target);
   if (length <= 0 || static_cast<unsigned long>(length) >= sizeof target) return false;
-  if (target[0] == '/') return fits(ossSnprintf(path, sizeof path, "%s", target));
+  if (target[0] == '/') return join(path, {target});
   char directory[kGenRegPathSize];
   if (ossDirectoryName(path, directory, sizeof directory) != status::ok) return false;
-  return fits(ossSnprintf(path, sizeof path, "%s/%s", directory, target));
+  return join(path, {directory, "/", target});
 }
 
 bool isLink(const char* path) {
@@ -83,8 +95,15 @@ bool followLinks(char (&path)[kGenRegPathSize]) {
   return false;
 }
 
+// The directory with a slash behind it, for which it has room.
+std::string_view withSlash(char (&directory)[kGenRegPathSize + 1]) {
+  const std::size_t length = std::strlen(directory);
+  directory[length] = '/';
+  return {directory, length + 1};
+}
+
 bool splitPath(const char* path, SplitPath& split) {
-  return ossDirectoryName(path, split.directory, sizeof split.directory) == status::ok &&
+  return ossDirectoryName(path, split.directory, kGenRegPathSize) == status::ok &&
          ossBaseName(path, split.base, sizeof split.base) == status::ok;
 }
 
@@ -113,16 +132,14 @@ GenRegStatus GenRegFile::setRegistryPaths(const char* path) {
   SplitPath split;
   GenRegStatus rc = ossBaseName(path, split.base, sizeof split.base);
   if (rc != status::ok) return op.fail(3, status::no_base_name, rc);
-  rc = ossDirectoryName(path, split.directory, sizeof split.directory);
+  rc = ossDirectoryName(path, split.directory, kGenRegPathSize);
   if (rc != status::ok) return op.fail(4, status::no_directory_name, rc);
 
   // A bare name keeps bare companions; a directory that merely begins with a dot is a directory.
-  char prefix[kGenRegPathSize + 1] = {};
-  if (std::strcmp(split.directory, ".") != 0) {
-    (void)ossSnprintf(prefix, sizeof prefix, "%s/", split.directory);  // has room for the slash
-  }
+  std::string_view folder;
+  if (std::strcmp(split.directory, ".") != 0) folder = withSlash(split.directory);
   RegistryPaths paths;
-  if (!formPaths(paths, path, prefix, split.base)) return op.fail(5, status::path_too_long);
+  if (!formPaths(paths, path, folder, split.base)) return op.fail(5, status::path_too_long);
   adoptPaths(*this, paths);
   state |= kGenRegStatePathsSet;
   return op.status();
@@ -139,12 +156,12 @@ GenRegStatus GenRegFile::GetAndSetRealRegistryPaths() {
 
   SplitPath split;
   if (!splitPath(target, split)) return op.status();
-  char prefix[kGenRegPathSize + 1];
-  char registry[2 * kGenRegPathSize];
-  (void)ossSnprintf(prefix, sizeof prefix, "%s/", split.directory);  // both have room for what
-  (void)ossSnprintf(registry, sizeof registry, "%s%s", prefix, split.base);  // they are given
+  const std::string_view folder = withSlash(split.directory);
+  char registry[kGenRegPathSize];
   RegistryPaths paths;
-  if (formPaths(paths, registry, prefix, split.base)) adoptPaths(*this, paths);
+  if (join(registry, {folder, split.base}) && formPaths(paths, registry, folder, split.base)) {
+    adoptPaths(*this, paths);
+  }
   return op.status();
 }
 

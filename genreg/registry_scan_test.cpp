@@ -327,8 +327,8 @@ struct ScanFault {
 };
 constexpr ScanFault kScanFaults[] = {
     {Call::kHandleOpen, 1, 0x900001BFu}, {Call::kOpen, 1, 0x900001BFu},
-    {Call::kFstat, 1, 0x900001BFu},      {Call::kFstat, 2, 0x900001BFu},
-    {Call::kHandleLock, 1, 0x90000272u}, {Call::kFdopen, 1, 0x900001BFu},
+    {Call::kFstat, 1, 0x900001BFu},      {Call::kHandleLock, 1, 0x90000272u},
+    {Call::kFdopen, 1, 0x900001BFu},
 };
 
 TEST_F(RegistryScan, HeaderThatCannotBeSteppedOverLeavesNoScan) {
@@ -383,6 +383,32 @@ TEST_F(RegistryScan, RecordReadFromTheStreamIsTheOneAfterTheScansLast) {
   EXPECT_EQ(next(registry), "three");
 }
 
+TEST_F(RegistryScan, RecordReadFromTheStreamOfAFreshScanIsTheFirst) {
+  PlainRegistry registry(files.registry);
+  ASSERT_EQ(registry.OpenScan(), 0u);
+  void* block = nullptr;
+  unsigned long length = 0;
+  EXPECT_EQ(registry.ReadRecord(registry.registryStream, &block, &length), 0);
+  EXPECT_EQ(std::string(static_cast<PlainRecord*>(block)->name), "one");
+  EXPECT_EQ(ossMemFree(block, __FILE__, __LINE__), 0u);
+  EXPECT_EQ(next(registry), "two");
+}
+
+TEST_F(RegistryScan, StreamThatCannotBePutBackGivesNoRecord) {
+  PlainRegistry registry(files.registry);
+  ASSERT_EQ(registry.OpenScan(), 0u);
+  EXPECT_EQ(next(registry), "one");
+  void* block = nullptr;
+  unsigned long length = 0;
+  {
+    const FailCall fault(Call::kFseeko, 1, EIO);
+    EXPECT_EQ(statusOf(registry.ReadRecord(registry.registryStream, &block, &length)),
+              status::length_read_failed);
+  }
+  EXPECT_EQ(block, nullptr);
+  EXPECT_EQ(next(registry), "two");
+}
+
 // Even at a block's edge, where nothing of the field is in memory.
 TEST_F(RegistryScan, CutLengthFieldAtTheEndIsMetOnce) {
   writeFile(files.registry, plainFrame("one", 1) + std::string(3, '\0'));
@@ -432,6 +458,19 @@ TEST_F(RegistryScan, FailedCloseIsReportedAndTheScanIsOver) {
   EXPECT_EQ(registry.state & kScanBits, 0u);
   EXPECT_EQ(registry.registryStream, nullptr);
   EXPECT_EQ(registry.CloseScan(), 0u);
+}
+
+TEST_F(RegistryScan, ScanWithoutMemoryForItsReaderIsReportedAndGoesOnLater) {
+  PlainRegistry registry(files.registry);
+  ASSERT_EQ(registry.OpenScan(), 0u);
+  PlainRecord key{};
+  PlainRecord found{};
+  {
+    const FailCall fault(Call::kNew, 1, ENOMEM);
+    EXPECT_EQ(statusOf(registry.GetNext(0, &key, &found)), 0x900001E7u);
+    EXPECT_TRUE(fault.fired());
+  }
+  EXPECT_EQ(next(registry), "one");
 }
 
 TEST_F(RegistryScan, UnreadableRegistryIsAFailure) {

@@ -63,8 +63,13 @@ int closeStream(FILE*& file, void*& buffer) {
 void openFile(Operation& op, OSSHFile& file, GenRegFile& registry, const StreamRequest& request) {
   const unsigned mode =
       registry.registryCreationMode != 0 ? registry.registryCreationMode : kDefaultFileMode;
-  OSSFileOpenParams open = {
-      kOssFileStructureVersion, registry.registryPath, request.options, request.access, 0, mode, 0};
+  OSSFileOpenParams open = {kOssFileStructureVersion,
+                            registry.registryPath,
+                            request.options | kOssOpenUnlooked,
+                            request.access,
+                            0,
+                            mode,
+                            0};
   GenRegStatus rc = file.open(&open);
   if (rc == ossErrorMapSystem(ELOOP) && request.resolvesLink) {
     registry.GetAndSetRealRegistryPaths();
@@ -90,11 +95,23 @@ void lockFile(Operation& op, OSSHFile& file, const StreamRequest& request) {
   if (rc != status::ok) op.fail(110, status::registry_not_locked, rc);
 }
 
+// The size that counts is the one under the lock: before it, an append may have been under way.
+void measureFile(Operation& op, const OSSHFile& file, GenRegFile& registry) {
+  struct stat info {};
+  if (fstat(file.getFileHandle(), &info) != 0) {
+    op.failErrno(120, status::registry_not_opened, errno);
+  } else if (!S_ISREG(info.st_mode)) {
+    op.fail(122, status::registry_not_opened, oss::status::not_a_regular_file);
+  } else {
+    registry.registrySize = static_cast<unsigned long long>(info.st_size);
+  }
+}
+
 // Opening flags of the temporary copy. Neither a link nor a pipe planted at its path is followed or
 // waited for.
 int copyFlags(CopyUse use) {
   constexpr int kGuards = O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY;
-  switch (use) {
+  switch (use) {  // Unreached: there are three uses, each with its case
     case CopyUse::kCreate:
       return kGuards | O_RDWR | O_CREAT | O_EXCL;
     case CopyUse::kTruncate:
@@ -120,12 +137,11 @@ void dropCopy(int descriptor, const char* path, CopyUse use) {
   errno = error;
 }
 
-// Opens the copy as a regular file and takes its size; -1 with errno set when it is none.
-int openCopy(const char* path, CopyUse use, unsigned long long& size) {
+// Opens the copy as a regular file and describes it; -1 with errno set when it is none.
+int openCopy(const char* path, CopyUse use, struct stat& info) {
   constexpr mode_t kPrivateMode = 0600;
   const int descriptor = open(path, copyFlags(use), kPrivateMode);
   if (descriptor < 0) return -1;
-  struct stat info {};
   int error = checkCopy(descriptor, info);
   if (error == 0 && use == CopyUse::kTruncate && ftruncate(descriptor, 0) != 0) error = errno;
   if (error != 0) {
@@ -133,7 +149,7 @@ int openCopy(const char* path, CopyUse use, unsigned long long& size) {
     dropCopy(descriptor, path, use);
     return -1;
   }
-  size = use == CopyUse::kTruncate ? 0 : static_cast<unsigned long long>(info.st_size);
+  if (use == CopyUse::kTruncate) info.st_size = 0;
   return descriptor;
 }
 
@@ -143,22 +159,20 @@ bool fileExists(const char* path) {
   return access(path, F_OK) == 0;
 }
 
+void openRegistryFile(Operation& op, GenRegFile& registry, const StreamRequest& request,
+                      OSSHFile& file) {
+  openFile(op, file, registry, request);
+  if (!op.failed()) lockFile(op, file, request);
+  if (!op.failed()) measureFile(op, file, registry);
+}
+
 void openRegistryStream(Operation& op, GenRegFile& registry, const StreamRequest& request) {
   OSSHFile file;
-  openFile(op, file, registry, request);
+  openRegistryFile(op, registry, request, file);
   if (op.failed()) return;
-  lockFile(op, file, request);
-  if (op.failed()) return;
-
-  struct stat info {};
-  if (fstat(file.getFileHandle(), &info) != 0) {
-    op.failErrno(120, status::registry_not_opened, errno);
-    return;
-  }
-  const auto size = static_cast<unsigned long long>(info.st_size);
   const bool appends = request.access == kOssAccessAppend;
-  const Stream stream =
-      appends ? wrap(file.getFileHandle(), "a", size) : wrapForReading(file.getFileHandle());
+  const Stream stream = appends ? wrap(file.getFileHandle(), "a", registry.registrySize)
+                                : wrapForReading(file.getFileHandle());
   if (stream.file == nullptr) {
     op.failErrno(121, status::registry_not_opened, errno);
     return;
@@ -166,15 +180,15 @@ void openRegistryStream(Operation& op, GenRegFile& registry, const StreamRequest
   (void)file.detach();  // the stream owns the descriptor, and the lock with it
   registry.registryStream = stream.file;
   registry.registryBuffer = stream.buffer;
-  registry.registrySize = size;
 }
 
-void openTemporaryStream(Operation& op, GenRegFile& registry, CopyUse use) {
-  unsigned long long size = 0;
-  const int descriptor = openCopy(registry.temporaryPath, use, size);
+unsigned openTemporaryStream(Operation& op, GenRegFile& registry, CopyUse use) {
+  constexpr mode_t kPermissions = 07777;
+  struct stat info {};
+  const int descriptor = openCopy(registry.temporaryPath, use, info);
   if (descriptor < 0) {
     op.failErrno(130, status::copy_not_opened, errno);
-    return;
+    return 0;
   }
   const bool reads = use == CopyUse::kReadBack;
   const Stream stream =
@@ -182,11 +196,12 @@ void openTemporaryStream(Operation& op, GenRegFile& registry, CopyUse use) {
   if (stream.file == nullptr) {
     op.failErrno(131, status::copy_not_opened, errno);
     dropCopy(descriptor, registry.temporaryPath, use);
-    return;
+    return 0;
   }
   registry.temporaryStream = stream.file;
   registry.temporaryBuffer = stream.buffer;
-  registry.temporarySize = size;
+  registry.temporarySize = static_cast<unsigned long long>(info.st_size);
+  return info.st_mode & kPermissions;
 }
 
 int closeRegistryStream(GenRegFile& registry) {

@@ -15,7 +15,7 @@ namespace {
 namespace status = genreg::status;
 
 void clearPath(char (&path)[kGenRegPathSize]) {
-  std::memset(path, 0, sizeof path);
+  path[0] = '\0';
 }
 
 // The object as it was before any file was chosen.

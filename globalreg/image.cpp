@@ -18,13 +18,17 @@ Agreement agreementOf(bool equal) {
   return equal ? Agreement::kAgrees : Agreement::kDiffers;
 }
 
-// The bytes between an image's header and its checksum, and what lies there.
+// The bytes between an image's header and its checksum, and what lies there: an entry for each of
+// the bits that are left.
 struct Entries {
   const unsigned char* at;
   const unsigned char* const end;
+  std::uint64_t left;
 
   Entries(const unsigned char* image, unsigned long length)
-      : at(image + kBodyOffset), end(image + length - kTrailerSize) {}
+      : at(image + kBodyOffset),
+        end(image + length - kTrailerSize),
+        left(fieldMask(image) & kFieldMask) {}
 
   // The length of the entry that begins here. At the end it is read from the checksum, which lies
   // within the image.
@@ -33,21 +37,34 @@ struct Entries {
   bool holds(std::size_t length) const {
     return static_cast<std::size_t>(end - at) >= kLengthSize + length;
   }
-  void skip(std::size_t length) { at += kLengthSize + length; }
+  void skip(std::size_t length) {
+    at += kLengthSize + length;
+    left &= left - 1;
+  }
 };
 
 bool isText(const unsigned char* bytes, std::size_t length) {
   return length > 0 && bytes[length - 1] == '\0';
 }
 
+// Whether one of the word's bytes is zero.
+bool hasNul(std::uint64_t word) {
+  constexpr std::uint64_t kLowest = 0x0101010101010101U;
+  return ((word - kLowest) & ~word & (kLowest << 7)) != 0;
+}
+
 // As strcmp would. The key's text need not end within its field, but the entry, which fits the
-// field, ends by its own NUL.
-bool sameText(const unsigned char* entry, const unsigned char* key) {
-  while (*entry == *key && *entry != '\0') {
-    ++entry;
-    ++key;
+// field, ends by its own NUL. Words in which the entry does not end yet are compared at once.
+bool sameText(const unsigned char* entry, std::size_t length, const unsigned char* key) {
+  std::size_t at = 0;
+  for (; at + sizeof(std::uint64_t) <= length; at += sizeof(std::uint64_t)) {
+    const auto word = readNumber<std::uint64_t>(entry + at);
+    if (hasNul(word)) break;
+    if (word != readNumber<std::uint64_t>(key + at)) return false;
   }
-  return *entry == *key;
+  while (entry[at] == key[at] && entry[at] != '\0')
+    ++at;
+  return entry[at] == key[at];
 }
 
 template <typename Number>
@@ -63,7 +80,7 @@ Agreement compareEntry(const Field& field, const unsigned char* entry, std::size
   switch (field.kind) {
     case FieldKind::text:
       if (!isText(entry, length)) return Agreement::kUnclear;
-      return agreementOf(sameText(entry, wanted));
+      return agreementOf(sameText(entry, length, wanted));
     case FieldKind::number64:
       return compareNumber<std::uint64_t>(entry, length, wanted);
     case FieldKind::number32:
@@ -81,14 +98,13 @@ Agreement compareAbsent(const Field& field, const unsigned char* key) {
 }
 
 // Compares the type, which a key of type 0 leaves open, and these known fields up to the first that
-// differs; the others are stepped over. An entry longer than its field would run on into the next
-// ones.
-Agreement compare(const unsigned char* image, unsigned long length, const Layout& layout,
-                  std::uint64_t fields, const unsigned char* key) {
+// differs; the entries before are stepped over. An entry longer than its field would run on into
+// the next ones.
+Agreement compare(Entries& entries, const Layout& layout, std::uint64_t fields,
+                  const unsigned char* key) {
   const std::uint32_t type = recordType(key);
   if (type != 0 && type != layout.type) return Agreement::kDiffers;
-  Entries entries(image, length);
-  const std::uint64_t present = fieldMask(image);
+  const std::uint64_t present = entries.left;
   const Field* field = layout.fields;
   for (std::uint64_t bit = 1; bit <= fields; bit <<= 1, ++field) {
     Agreement found = Agreement::kAgrees;
@@ -105,9 +121,9 @@ Agreement compare(const unsigned char* image, unsigned long length, const Layout
   return Agreement::kAgrees;
 }
 
-bool isWhole(const unsigned char* image, unsigned long length) {
-  Entries entries(image, length);
-  for (std::uint64_t rest = fieldMask(image) & kFieldMask; rest != 0; rest &= rest - 1) {
+// Whether the image ends where its last entry does or behind.
+bool endsWithin(Entries entries) {
+  while (entries.left != 0) {
     const std::size_t size = entries.length();
     if (!entries.holds(size)) return false;
     entries.skip(size);
@@ -148,16 +164,17 @@ unsigned examine(unsigned wanted, const void* stored, unsigned long length, unsi
   const Layout* layout = layoutOf(recordType(image));
   if (layout == nullptr) return 0;
   unsigned found = 0;
+  Entries entries(image, length);
   if ((wanted & (kGenRegImageDiffers | kGenRegImageAgrees)) != 0) {
-    const Agreement agreement = compare(image, length, *layout, mask & layout->known,
-                                        static_cast<const unsigned char*>(key));
+    const Agreement agreement =
+        compare(entries, *layout, mask & layout->known, static_cast<const unsigned char*>(key));
     if (agreement == Agreement::kDiffers) found = kGenRegImageDiffers;
     if (agreement == Agreement::kAgrees) found = kGenRegImageAgrees;
   }
   if ((wanted & kGenRegImageStable) != 0 && isStable(image, length, *layout)) {
     return found | kGenRegImageStable | kGenRegImageWhole;
   }
-  if ((wanted & kGenRegImageWhole) != 0 && isWhole(image, length)) found |= kGenRegImageWhole;
+  if ((wanted & kGenRegImageWhole) != 0 && endsWithin(entries)) found |= kGenRegImageWhole;
   return found;
 }
 

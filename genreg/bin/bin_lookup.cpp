@@ -24,6 +24,7 @@ class BinSearch {
   void allocate(Operation& op);
   void release();
   void clearResult() { std::memset(result_, 0, maxRecord_); }
+  BlockCursor& cursor() { return reader_->cursor(); }
   Found find(Operation& op);
 
  private:
@@ -63,9 +64,6 @@ void BinSearch::release() {
 }
 
 Found BinSearch::find(Operation& op) {
-  if (own_.has_value()) {
-    own_->cursor().readFrom(store_.registryStream, store_.firstRecord, store_.registrySize);
-  }
   for (;;) {
     const GenRegStatus rc = reader_->next();
     if (rc == status::end_of_registry) return Found::kEnd;

@@ -21,10 +21,8 @@ void encodeLength(signed char (&field)[kLengthFieldSize], LengthOrder order, uns
 
 }  // namespace
 
-unsigned int decodeLength(const void* field, LengthOrder order) {
+unsigned int decodeBigEndianLength(const void* field) {
   unsigned int length = 0;
-  std::memcpy(&length, field, sizeof length);
-  if (order == LengthOrder::kHost) return length;
   signed char bytes[kLengthFieldSize];
   std::memcpy(bytes, field, sizeof bytes);
   (void)fromBigEndianUint32(bytes, &length);  // fails for null pointers only

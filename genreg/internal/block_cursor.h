@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
-// The bytes of a stream in large blocks, looked at where they lie: what the frame reader and the
-// line reader stand on. One system call a block, no copy and no allocation per record.
+// The bytes of a stream, or of a descriptor, in large blocks, looked at where they lie: what the
+// frame reader and the line reader stand on. One system call a block, no copy and no allocation per
+// record.
 //
 // A cursor knows how long its file is and reads no further, so nothing that a file claims about
 // itself makes it ask for more memory than the file has bytes.
@@ -29,6 +30,9 @@ class BlockCursor {
   // Reads from `stream`, which stands at `position` of a file of `fileSize` bytes. The block is
   // kept from file to file.
   void readFrom(FILE* stream, unsigned long long position, unsigned long long fileSize);
+  // The same from the start of the file of a descriptor, which belongs to the caller: a lookup's,
+  // which may end with the first record, so little is read at first.
+  void readFrom(int descriptor, unsigned long long fileSize);
   // The stream has been moved, to wherever it will stand when it is read next.
   void forgetBlock();
 
@@ -54,11 +58,15 @@ class BlockCursor {
   Step fail(Step reason);
   bool reserve(std::size_t count);
   bool locate();
+  void start(unsigned long long position, unsigned long long fileSize, std::size_t firstRead);
+  std::size_t read(void* to, std::size_t count);
 
-  FILE* stream_ = nullptr;
+  FILE* stream_ = nullptr;  // null where the descriptor is read
+  int descriptor_ = -1;
   unsigned long long fileSize_ = 0;
   unsigned long long streamPosition_ = 0;
-  bool located_ = true;  // streamPosition_ is where the stream stands
+  std::size_t nextRead_ = 0;  // the most that is read at once, the next time
+  bool located_ = true;       // streamPosition_ is where the stream stands
   bool failed_ = false;
   unsigned char* block_ = nullptr;
   std::size_t capacity_ = 0;

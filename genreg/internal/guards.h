@@ -7,6 +7,7 @@
 // void function, or in an inner block, and the result is read after it.
 #pragma once
 
+#include "genreg/internal/block_cursor.h"
 #include "genreg/internal/operation.h"
 #include "genreg/registry.h"
 
@@ -60,10 +61,10 @@ class HeldLock {
   bool held_ = false;
 };
 
-// A lookup's access to the registry stream: an open scan's, borrowed from its start and given back
-// where it stood, or one opened for the lookup alone. When it cannot be had, `op` has failed with
-// 0x900001C5, in the binary store with 0x90000513 for a missing file; when it cannot be closed,
-// with 0x900001C6.
+// A lookup's access to the registry: an open scan's stream, borrowed from its start and given back
+// where it stood, or the file, opened for the lookup alone. When it cannot be had, `op` has failed
+// with 0x900001C5, in the binary store with 0x90000513 for a missing file; when it cannot be
+// closed, with 0x900001C6.
 class LookupAccess {
  public:
   LookupAccess(Operation& op, GenRegFile& registry);
@@ -71,13 +72,22 @@ class LookupAccess {
   LookupAccess(const LookupAccess&) = delete;
   LookupAccess& operator=(const LookupAccess&) = delete;
 
+  // Lets the cursor read the records from the first one on.
+  void giveTo(BlockCursor& cursor) const;
+
  private:
-  enum class Kind { kNone, kBorrowed, kOpened };
+  enum class Kind { kNone, kBorrowed, kOpened, kBare };
+
+  void borrowScan();
+  void open();
+  GenRegStatus openBare();
+  GenRegStatus closeBare();
 
   Operation& op_;
   GenRegFile& registry_;
   Kind kind_ = Kind::kNone;
   long long scanPosition_ = 0;
+  OSSHFile file_;  // what no stream is made of
 };
 
 }  // namespace genreg

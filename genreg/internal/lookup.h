@@ -7,6 +7,7 @@
 //     void checkKey(Operation&)   the slot for it, then the caller's key
 //     void measure(Operation&)    the size of the largest record
 //     void allocate(Operation&)   its reader: one of its own for Get, the scan's for GetNext
+//     BlockCursor& cursor()       what the reader reads from
 //     Found find(Operation&)      reads records until one matches, and copies it out
 //     void clearResult()          zeroes the caller's result record
 //     void release()              gives back what allocate took
@@ -33,6 +34,7 @@ void runGet(Operation& op, GenRegFile& registry, Search& search) {
   if (!op.failed()) search.allocate(op);
   if (!op.failed()) {
     const LookupAccess access(op, registry);
+    if (!op.failed()) access.giveTo(search.cursor());
     if (!op.failed() && search.find(op) == Found::kEnd) {
       search.clearResult();
       op.conclude(status::no_match);

@@ -40,18 +40,30 @@ struct StreamRequest {
   bool sharedWhenBusy = false;
 };
 
-// Opens, locks and wraps the registry file as the registry stream, positioned at its start (at its
-// end with append access), and takes its size. Fails `op` with 0x900001BF or 0x90000272 (0x90000513
-// when there is none and it is not to be created); no stream is then open.
+// What OpenReg(kGenRegRead) asks for.
+inline StreamRequest readRequest() {
+  StreamRequest request;
+  request.options |= kOssOpenNoFollow;
+  request.resolvesLink = true;
+  return request;
+}
+
+// Opens, locks and measures the registry file. Fails `op` with 0x900001BF or 0x90000272 (0x90000513
+// when there is none and it is not to be created).
+void openRegistryFile(Operation& op, GenRegFile& registry, const StreamRequest& request,
+                      OSSHFile& file);
+
+// Does that and wraps the file as the registry stream, positioned at its start (at its
+// end with append access). Fails `op` likewise; no stream is then open.
 void openRegistryStream(Operation& op, GenRegFile& registry, const StreamRequest& request);
 
 // What the temporary copy is opened for.
 enum class CopyUse { kCreate, kReadBack, kTruncate };
 
 // Opens the temporary copy as the temporary stream: created exclusively with mode 0600, opened for
-// reading, or opened for reading and writing and emptied; never through a link. Fails `op` with
-// 0x900001C0; no stream is then open.
-void openTemporaryStream(Operation& op, GenRegFile& registry, CopyUse use);
+// reading, or opened for reading and writing and emptied; never through a link. Returns its
+// permission bits. Fails `op` with 0x900001C0; no stream is then open.
+unsigned openTemporaryStream(Operation& op, GenRegFile& registry, CopyUse use);
 
 // Close one stream and release its buffer; nothing when it is not open. They return 0 or the errno
 // of the stream; the stream is gone in either case.

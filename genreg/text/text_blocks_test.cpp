@@ -88,7 +88,7 @@ TEST_F(TextBlocks, AnAbandonedCopyHasTheLinesBeforeTheNul) {
 
 TEST_F(TextBlocks, AReadErrorSpoilsOnlyTheLinesBehindIt) {
   const LeakCheck leaks;
-  const FailCall fault(Call::kFread, 2, EIO);
+  const FailCall fault(Call::kRead, 2, EIO);
   EXPECT_EQ(get(kLines - 1), status::read_failed);
   EXPECT_EQ(get(0), 0U);
 }

@@ -295,10 +295,10 @@ TEST_F(TextLookup, CloseThatFailsIsTheResultOfAGoodGetOnly) {
   fillThree();
   const LeakCheck leaks;
   {
-    const FailCall fault(Call::kFclose, 1, EIO);
+    const FailCall fault(Call::kHandleClose, 1, EIO);
     EXPECT_EQ(getFirst("A"), status::close_failed);
   }
-  const FailCall fault(Call::kFclose, 1, EIO);
+  const FailCall fault(Call::kHandleClose, 1, EIO);
   EXPECT_EQ(getFirst("nobody"), status::no_match);
 }
 

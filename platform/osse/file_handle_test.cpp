@@ -14,7 +14,9 @@
 #include <string>
 
 #include "platform/osse/errors.h"
+#include "platform/osse/internal/function_ids.h"
 #include "platform/osse/internal/test_child.h"
+#include "tests/support/captured_log.h"
 #include "tests/support/faults.h"
 #include "tests/support/temp_dir.h"
 
@@ -169,6 +171,16 @@ TEST(OssFileHandle, AFifoNeverBlocks) {
   expectNotRegular(dir.file("fifo"));
 }
 
+TEST(OssFileHandle, WhatIsOpenedUnlookedIsForTheCallerToLookAt) {
+  const TempDir dir;
+  ASSERT_EQ(mkfifo(dir.file("fifo").c_str(), 0600), 0);
+  OSSHFile file;
+  const unsigned options = kOssOpenExisting | kOssOpenUnlooked;
+  EXPECT_EQ(openWith(&file, dir.file("fifo"), options, kOssAccessRead), status::ok);
+  EXPECT_EQ(openWith(&file, dir.file("none"), options, kOssAccessRead), ossErrorMapSystem(ENOENT));
+  EXPECT_EQ(file.getFileHandle(), -1);
+}
+
 TEST(OssFileHandle, DirectoriesDevicesAndSocketsAreRefused) {
   const TempDir dir;
   expectNotRegular(dir.path());
@@ -218,7 +230,7 @@ TEST(OssFileHandle, InvalidParametersLeaveTheHandleAsItIs) {
   EXPECT_EQ(file.open(&bad), status::invalid_argument);
   bad.path = "";
   EXPECT_EQ(file.open(&bad), status::invalid_argument);
-  for (const unsigned options : {0u, 3u, 4u, 0x100u, 0x201u}) {
+  for (const unsigned options : {0u, 3u, 4u, 0x100u, 0x200u, 0x401u}) {
     EXPECT_EQ(openWith(&file, path, options, kOssAccessRead), status::invalid_argument) << options;
   }
   for (const unsigned access : {0u, 4u, 0xFFFFFFFFu}) {
@@ -286,6 +298,33 @@ TEST(OssFileHandle, ClosingReportsLostDataButNoInterruption) {
   EXPECT_EQ(file.close(), ossErrorMapSystem(EIO));
   EXPECT_EQ(fault.calls(), 1);
   EXPECT_EQ(file.getFileHandle(), -1);
+}
+
+TEST(OssFileHandle, HandleWhoseOldFileLosesDataOpensNoOther) {
+  const TempDir dir;
+  OSSHFile file;
+  ASSERT_EQ(openWith(&file, dir.file("old"), kOssOpenOrCreate, kOssAccessRead), status::ok);
+  const FailCall fault(Call::kClose, 1, EIO);
+  EXPECT_EQ(openWith(&file, dir.file("new"), kOssOpenOrCreate, kOssAccessRead),
+            ossErrorMapSystem(EIO));
+  EXPECT_EQ(file.getFileHandle(), -1);
+  EXPECT_FALSE(vrxtest::pathExists(dir.file("new")));
+}
+
+TEST(OssFileHandle, DestructorLogsLostData) {
+  const TempDir dir;
+  const vrxtest::CapturedLog log;
+  {
+    OSSHFile file;
+    ASSERT_EQ(openWith(&file, dir.file("file"), kOssOpenOrCreate, kOssAccessRead), status::ok);
+  }
+  EXPECT_EQ(log.count(internal::kOssFileHandleDestructor), 0);
+  const FailCall fault(Call::kClose, 1, EIO);
+  {
+    OSSHFile file;
+    ASSERT_EQ(openWith(&file, dir.file("file"), kOssOpenOrCreate, kOssAccessRead), status::ok);
+  }
+  EXPECT_EQ(log.count(internal::kOssFileHandleDestructor, ossErrorMapSystem(EIO)), 1);
 }
 
 TEST(OssFileHandle, AForbiddenFileGivesItsSystemError) {

@@ -10,6 +10,7 @@
 #include <cerrno>
 #include <cstdarg>
 #include <cstdio>
+#include <new>
 #include <utility>
 
 #include "platform/osse/errors.h"
@@ -77,11 +78,13 @@ using vrxtest::errorFor;
 #define VRX_NAME_OF_FSTAT "fstat64"
 #define VRX_NAME_OF_STAT "stat64"
 #define VRX_NAME_OF_LSTAT "lstat64"
+#define VRX_NAME_OF_NEW "_ZnwmRKSt9nothrow_t"
 #else
 #define VRX_NAME_OF_FCNTL "__fcntl_time64"
 #define VRX_NAME_OF_FSTAT "__fstat64_time64"
 #define VRX_NAME_OF_STAT "__stat64_time64"
 #define VRX_NAME_OF_LSTAT "__lstat64_time64"
+#define VRX_NAME_OF_NEW "_ZnwjRKSt9nothrow_t"
 #endif
 
 // Declares the function that `name` stands for, and its wrapper.
@@ -102,8 +105,14 @@ VRX_WRAP(int, Rename, "rename", (const char*, const char*));
 VRX_WRAP(int, Unlink, "unlink", (const char*));
 VRX_WRAP(int, Mkdir, "mkdir", (const char*, mode_t));
 VRX_WRAP(ssize_t, Readlink, "readlink", (const char*, char*, size_t));
+VRX_WRAP(ssize_t, Read, "read", (int, void*, size_t));
 VRX_WRAP(int, Ftruncate, "ftruncate64", (int, off_t));
 VRX_WRAP(int, Fchmod, "fchmod", (int, mode_t));
+VRX_WRAP(int, Fchown, "fchown", (int, uid_t, gid_t));
+VRX_WRAP(ssize_t, Flistxattr, "flistxattr", (int, char*, size_t));
+VRX_WRAP(ssize_t, Fgetxattr, "fgetxattr", (int, const char*, void*, size_t));
+VRX_WRAP(int, Fsetxattr, "fsetxattr", (int, const char*, const void*, size_t, int));
+VRX_WRAP(int, Fremovexattr, "fremovexattr", (int, const char*));
 VRX_WRAP(int, Fsync, "fsync", (int));
 VRX_WRAP(FILE*, Fdopen, "fdopen", (int, const char*));
 VRX_WRAP(int, Fclose, "fclose", (FILE*));
@@ -113,6 +122,7 @@ VRX_WRAP(off_t, Ftello, "ftello64", (FILE*));
 VRX_WRAP(size_t, Fread, "fread", (void*, size_t, size_t, FILE*));
 VRX_WRAP(size_t, Fwrite, "fwrite", (const void*, size_t, size_t, FILE*));
 VRX_WRAP(int, Setvbuf, "setvbuf", (FILE*, char*, int, size_t));
+VRX_WRAP(void*, New, VRX_NAME_OF_NEW, (std::size_t, const std::nothrow_t&));
 VRX_WRAP(OSSStatus, MemAlloc, "_Z11ossMemAllocPPvmPKcj",
          (void**, unsigned long, const char*, unsigned int));
 VRX_WRAP(OSSStatus, MemFree, "_Z10ossMemFreePvPKcj", (void*, const char*, unsigned int));
@@ -236,12 +246,37 @@ ssize_t wrapReadlink(const char* path, char* out, size_t size) {
   return failsNow(Call::kReadlink) ? -1 : realReadlink(path, out, size);
 }
 
+ssize_t wrapRead(int descriptor, void* out, size_t size) {
+  return failsNow(Call::kRead) ? -1 : realRead(descriptor, out, size);
+}
+
 int wrapFtruncate(int descriptor, off_t size) {
   return failsNow(Call::kFtruncate) ? -1 : realFtruncate(descriptor, size);
 }
 
 int wrapFchmod(int descriptor, mode_t mode) {
   return failsNow(Call::kFchmod) ? -1 : realFchmod(descriptor, mode);
+}
+
+int wrapFchown(int descriptor, uid_t owner, gid_t group) {
+  return failsNow(Call::kFchown) ? -1 : realFchown(descriptor, owner, group);
+}
+
+ssize_t wrapFlistxattr(int descriptor, char* names, size_t size) {
+  return failsNow(Call::kListAttributes) ? -1 : realFlistxattr(descriptor, names, size);
+}
+
+ssize_t wrapFgetxattr(int descriptor, const char* name, void* value, size_t size) {
+  return failsNow(Call::kGetAttribute) ? -1 : realFgetxattr(descriptor, name, value, size);
+}
+
+int wrapFsetxattr(int descriptor, const char* name, const void* value, size_t size, int flags) {
+  if (failsNow(Call::kSetAttribute)) return -1;
+  return realFsetxattr(descriptor, name, value, size, flags);
+}
+
+int wrapFremovexattr(int descriptor, const char* name) {
+  return failsNow(Call::kRemoveAttribute) ? -1 : realFremovexattr(descriptor, name);
 }
 
 int wrapFsync(int descriptor) {
@@ -285,6 +320,10 @@ size_t wrapFwrite(const void* bytes, size_t size, size_t count, FILE* stream) {
 
 int wrapSetvbuf(FILE* stream, char* buffer, int mode, size_t size) {
   return streamFailsNow(Call::kSetvbuf, stream) ? -1 : realSetvbuf(stream, buffer, mode, size);
+}
+
+void* wrapNew(std::size_t size, const std::nothrow_t& tag) {
+  return failsNow(Call::kNew) ? nullptr : realNew(size, tag);
 }
 
 OSSStatus wrapMemAlloc(void** out, unsigned long size, const char* file, unsigned int line) {

@@ -30,8 +30,14 @@ enum class Call {
   kUnlink,
   kMkdir,
   kReadlink,
+  kRead,
   kFtruncate,
   kFchmod,
+  kFchown,
+  kListAttributes,
+  kGetAttribute,
+  kSetAttribute,
+  kRemoveAttribute,
   kFsync,
   // Streams other than standard output and standard error.
   kFdopen,
@@ -43,6 +49,7 @@ enum class Call {
   kFwrite,  // sets the stream's error flag
   kSetvbuf,
   // Functions of the platform layer: they fail with the status of the error number.
+  kNew,  // new (std::nothrow), which gives null
   kMemAlloc,
   kMemFree,  // releases the block all the same
   kDirectoryName,

@@ -4,6 +4,7 @@
 #pragma once
 
 #include <cstdio>
+#include <cstring>
 
 #include "genreg/internal/operation.h"
 
@@ -16,7 +17,13 @@ enum class LengthOrder { kHost, kBigEndian };
 constexpr unsigned long kLengthFieldSize = 4;
 
 // The length that a field states.
-unsigned int decodeLength(const void* field, LengthOrder order);
+unsigned int decodeBigEndianLength(const void* field);
+inline unsigned int decodeLength(const void* field, LengthOrder order) {
+  if (order == LengthOrder::kBigEndian) return decodeBigEndianLength(field);
+  unsigned int length = 0;
+  std::memcpy(&length, field, sizeof length);
+  return length;
+}
 
 // Fails `op` with 0x900001B3 unless `length` bytes follow `position`, the end of the length field.
 // No frame is read into memory before it is known to lie within its file.
