@@ -27,6 +27,7 @@ constexpr CallRow kCalls[] = {
     {"readv", 19, 145, "f"},
     {"writev", 20, 146, "f"},
     {"access", 21, 33, "p"},
+    {"sched_yield", 24, 158, ""},
     {"madvise", 28, 219, ""},
     {"dup", 32, 41, "f"},
     {"getpid", 39, 20, ""},

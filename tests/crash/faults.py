@@ -13,8 +13,10 @@ NAMING = ("EIO", "EACCES", "ENOSPC", "EROFS")
 FLUSHING = ("EIO", "ENOSPC", "EINTR")
 DRESSING = ("EIO", "EPERM", "EROFS")
 
-# The errors of each call. A call that is not named here fails with EIO.
+# The errors of each call. A call that is not named here fails with EIO; these two cannot fail.
 ERRORS = {
+    "getpid": (),
+    "getuid": (),
     "open": OPENING,
     "openat": OPENING,
     "read": ("EIO", "EINTR"),
@@ -41,8 +43,12 @@ ERRORS = {
     "access": LOOKING,
     "readlink": LOOKING,
 }
-# A call that reports these for ever is asked again for ever, as it should be.
+# What every call fails with, whether or not it would: an update must not rely on a list of errors.
+EVERY_ERROR = ("EIO", "ENOSPC", "EDQUOT", "EROFS", "EMFILE", "ENOMEM", "EACCES", "ENOLCK", "EINTR")
+# These calls are asked again when they report an interruption, so for ever when they always do.
 ASKED_AGAIN = ("EINTR",)
+ASKED_FOR_EVER = ("open", "openat", "fcntl", "fsync", "fdatasync")
+ENDLESS = "endless"  # the end of such a run
 SHORTENED = ("read", "write")
 
 
@@ -58,9 +64,55 @@ class Fault:
             out += ["--error", str(getattr(errno, self.error))]
         return out + (["--lasting"] if self.lasting else [])
 
+    def strike(self, stage, more=()):
+        """Runs the update with this fault: (outcome, how it ended, what is wrong with the strike)."""
+        outcome, calls, end = stage.run(self.options(), more)
+        struck = next((call for call in calls if call.index == self.call.index), None)
+        same = struck and (struck.name, struck.paths) == (self.call.name, self.call.paths)
+        return outcome, end, [] if same else [f"struck {struck}"]
+
+    @property
+    def may_be_endless(self):
+        return self.lasting and self.error in ASKED_AGAIN and self.call.name in ASKED_FOR_EVER
+
+    @staticmethod
+    def judge_kept(_):
+        return []
+
     def __str__(self):
         how = " ".join(filter(None, [self.action, self.error, "from then on" if self.lasting else ""]))
         return f"{how} at {self.call}"
+
+
+class Allocation:
+    """An allocation in the place of a system call."""
+
+    name, paths = "allocation", ()
+
+    def __init__(self, index):
+        self.index = index
+
+    def __str__(self):
+        return f"allocation {self.index}"
+
+
+class NoMemory(Fault):
+    """An allocation that fails; `kept` is how many blocks an undisturbed run has at the second mark."""
+
+    def __init__(self, index, kept, lasting=False):
+        super().__init__(Allocation(index), "fail", "ENOMEM", lasting)
+        self.kept = kept
+
+    def strike(self, stage, more=()):
+        outcome = stage.run_short_of_memory(self.call.index, self.lasting, more)
+        end = f"exit {outcome.exit_status}" if outcome.exit_status >= 0 else f"signal {-outcome.exit_status}"
+        struck = outcome.allocations is not None and outcome.allocations[1] > 0
+        return outcome, end, [] if struck or end.startswith("signal") else ["no allocation failed"]
+
+    def judge_kept(self, outcome):
+        """More blocks than the undisturbed update keeps are lost, the C library's own included."""
+        lost = outcome.allocations[2] - self.kept
+        return [f"lost {lost} allocated blocks"] if lost > 0 else []
 
 
 def kills(calls):
@@ -78,6 +130,24 @@ def failures(calls, lasting=False):
         if call.name in SHORTENED:
             out.append(Fault(call, "shorten", lasting=lasting))
     return out
+
+
+def every_failure(calls, lasting):
+    """Each call failing with every error. brk, which reports none, fails in one way."""
+    out = []
+    for call in calls:
+        action = "fail-after" if call.name == "close" else "fail"
+        errors = EVERY_ERROR if ERRORS.get(call.name, EVERY_ERROR) else ()
+        for error in errors if call.name != "brk" else ("ENOMEM",):
+            out.append(Fault(call, action, error, lasting))
+    return out
+
+
+def droughts(stage, extents, more=()):
+    """Each allocation failing; `extents` has False for once, True for from then on."""
+    stage.set_up()
+    count, _, kept = stage.run_short_of_memory(0, False, more).allocations
+    return [NoMemory(number, kept, lasting) for lasting in extents for number in range(1, count + 1)]
 
 
 # Calls without which no update is made, or made safely.
@@ -131,12 +201,31 @@ def judge_unwritten(fault, temporary, status):
     return [f"a copy that is not written is reported as 0x{status:08X}"]
 
 
-def judge_status(verb, status, logged, holds_new):
-    """What is wrong with a status, given what the registry holds afterwards."""
+def judge_status(scene, fault, outcome, holds_new):
+    """What is wrong with the status, given what the registry holds afterwards."""
+    status = outcome.status
+    if scene.refused:
+        return judge_refusal(scene, fault, status)
     if status == model.OK or status in STANDING:
         return [] if holds_new else [f"status 0x{status:08X} without the new contents"]
-    if status not in {**FAILED, **FAILED_OF[verb]}:
+    if status not in {**FAILED, **FAILED_OF[scene.verb]}:
         return [f"status 0x{status:08X} is not for this" if status else "no status"]
-    if holds_new and not (status == VERIFY_FAILED and BACKUP_NOT_DELETED in logged):
+    if holds_new and not (status == VERIFY_FAILED and BACKUP_NOT_DELETED in outcome.logged):
         return [f"status 0x{status:08X} although the new contents stand"]
     return []
+
+
+def judge_refusal(scene, fault, status):
+    """Where there is nothing to do, that is said, or what failed; but not of what was not read."""
+    if status == scene.status:
+        return [f"0x{status:08X} from a registry that was not read"] if is_unread(fault, scene) else []
+    if status in {**FAILED, **FAILED_OF[scene.verb]}:
+        return []
+    return ["no status" if status is None else f"status 0x{status:08X} is not for this"]
+
+
+def is_unread(fault, scene):
+    """Whether the fault kept the update from reading all of the registry."""
+    call = fault.call
+    lost = fault.action == "fail" and fault.error not in ASKED_AGAIN and call.name in ("read", "pread64")
+    return lost and call.paths[0].endswith(f"/{scene.registry}")

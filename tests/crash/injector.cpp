@@ -10,16 +10,17 @@
 //
 //   kill-before  SIGKILL at the entry: the call is not made
 //   kill-after   SIGKILL at the return: the call has been made
-//   fail         the call is not made and returns ERRNO (brk, which returns no errors, moves
-//   nothing) fail-after   the call is made and returns ERRNO all the same, as a close may shorten
-//   the call moves half of the bytes that it was asked to move
+//   fail         the call is not made and returns ERRNO; brk, which knows none, moves nothing
+//   fail-after   the call is made and returns ERRNO all the same, as a close may
+//   shorten      the call moves half of the bytes that it was asked to move
 //
-// --lasting: later calls of the same name are treated like the one at the point.
+// --lasting: later calls of the same name are treated like the one at the point. A program that is
+// struck a thousand times asks for ever: it is killed.
 // The trace has a line for each counted call, "N<tab>name<tab>result<tab>path..." (the path of a
-// descriptor for calls that take one), and a last line "exit STATUS" or "signal NUMBER". --details
-// adds "=ARGUMENT,..." (the first four, in hex), "=POSITION" (of a descriptor) and "=HEX" (the
-// bytes that a write is given). The exit status is 0 when the program ran to one of these ends, 77
-// when the system refuses tracing.
+// descriptor for calls that take one), and a last line "exit STATUS", "signal NUMBER" or, for one
+// that asked for ever, "endless". --details adds "=ARGUMENT,..." (the first four, in hex),
+// "=POSITION" (of a descriptor) and "=HEX" (the bytes that a write is given). The exit status is 0
+// when the program ran to one of these ends, 77 when the system refuses tracing.
 //
 // One thread is followed, and no child. Which points to choose, and what must hold after them, is
 // not decided here.
@@ -62,6 +63,7 @@ struct Options {
 constexpr char kBegin[] = "/regdriver/begin";
 constexpr char kEnd[] = "/regdriver/end";
 constexpr unsigned long kLongestPath = 4096;
+constexpr unsigned kEndless = 1000;  // more strikes than any update has calls
 constexpr int kSyscallStop = SIGTRAP | 0x80;
 
 [[noreturn]] void stop(int status, const char* what) {
@@ -185,6 +187,7 @@ class Tracee {
 
   // Follows the program to its end; the status of waitpid.
   int follow();
+  bool isEndless() const { return strikes_ >= kEndless; }
 
  private:
   void resume(int signal) {
@@ -209,6 +212,7 @@ class Tracee {
   bool between_ = false;  // the marks
   bool counted_ = false;  // the call being made
   unsigned long index_ = 0;
+  unsigned strikes_ = 0;
   long long number_ = 0;
   long long pointNumber_ = -1;
   const CallRow* call_ = nullptr;
@@ -318,6 +322,8 @@ void Tracee::atReturn(const __ptrace_syscall_info& info) {
   if (acts) actAtReturn(options_.action);
   const bool fails = options_.action == Action::kFail || options_.action == Action::kFailAfter;
   if (acts && fails) result = -options_.error;
+  if (acts && ++strikes_ == kEndless)
+    (void)kill(process_, SIGKILL);  // it is stopped, so it is there
   write(std::to_string(result).c_str());
   counted_ = false;
 }
@@ -364,8 +370,12 @@ int main(int, char** argv) {
   const Options options = parseOptions(argv);
   FILE* trace = std::fopen(options.trace, "we");
   if (trace == nullptr) stop(kBadUsage, "the trace cannot be written");
-  const int status = Tracee(start(options), options, trace).follow();
+  Tracee tracee(start(options), options, trace);
+  const int status = tracee.follow();
+  if (tracee.isEndless()) std::fprintf(trace, "endless\n");
   if (WIFEXITED(status)) std::fprintf(trace, "exit %d\n", WEXITSTATUS(status));
-  if (WIFSIGNALED(status)) std::fprintf(trace, "signal %d\n", WTERMSIG(status));
+  if (WIFSIGNALED(status) && !tracee.isEndless()) {
+    std::fprintf(trace, "signal %d\n", WTERMSIG(status));
+  }
   return std::fclose(trace) == 0 ? kDone : kBroken;
 }

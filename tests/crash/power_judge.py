@@ -7,7 +7,6 @@ scene. Not here: which states there are (power_model.py).
 """
 import dataclasses
 import os
-import subprocess
 
 import protocol
 import registry_driver as driving
@@ -34,19 +33,13 @@ class Judge:
         self.known = {}
         self.final_metadata = final_metadata(recording)
         self.folder = TOP / scene.folder
-        self.process = subprocess.Popen(
-            [*driver.command, "--sync", "none", "rounds", *scene.next_update.words],
-            env=driver.environment,
-            stdin=subprocess.PIPE,
-            stdout=subprocess.PIPE,
-            text=True,
-        )
+        self.rounds = driving.Rounds(driver, scene.next_update.words, ("--sync", "none"))
 
     def __enter__(self):
         return self
 
     def __exit__(self, *_):
-        self.process.communicate(timeout=driving.PATIENCE)
+        self.rounds.stop()
 
     def judge(self, state, acknowledged):
         """The kinds of what is wrong, as (kind, text) pairs."""
@@ -67,7 +60,7 @@ class Judge:
             return Verdict(None, ["the registry is " + self.describe(standing, self.scene.registry)])
         records = self.scene.before if holds == OLD else self.scene.after
         put_down(files)
-        answer = self.ask()
+        answer = self.rounds.ask()
         wrong = self.judge_metadata(standing, holds) + self.judge_reader(standing, records, answer)
         return Verdict(holds, wrong + self.judge_next_update(standing, records, answer))
 
@@ -77,16 +70,6 @@ class Judge:
             return None if self.scene.exists else OLD
         contents = standing[self.scene.registry][1]
         return {self.scene.old: OLD, self.scene.new: NEW}.get(contents)
-
-    def ask(self):
-        self.process.stdin.write("\n")
-        self.process.stdin.flush()
-        lines = []
-        while (line := self.process.stdout.readline()) != ".\n":
-            if not line:
-                raise RuntimeError("the driver died")
-            lines.append(line)
-        return driving.Outcome(0, "".join(lines))
 
     def judge_metadata(self, standing, holds):
         """The mode, owner and attributes are those of the inode when all is done."""

@@ -19,7 +19,6 @@ sys.path.insert(0, str(HERE.parent / "support"))
 import power_model as power
 import power_page
 import protocol
-import registry_driver as driving
 import run_power
 import subjects
 import workers
@@ -249,17 +248,5 @@ class TheFigures(unittest.TestCase):
         self.assertFalse(self.right("profile|none|ordered", [7, 7, 5, 0, 0, 0]))
 
 
-def main():
-    parser = argparse.ArgumentParser(description=__doc__.splitlines()[0])
-    parser.add_argument("--driver", type=pathlib.Path, required=True)
-    parser.add_argument("--injector", type=pathlib.Path)
-    options = parser.parse_args()
-    OPTIONS.driver, OPTIONS.injector = workers.programs(options)
-    if not driving.have_private_host():
-        driving.skip("this system allows no private mounts")
-    driving.go_private()
-    unittest.main(argv=sys.argv[:1])
-
-
 if __name__ == "__main__":
-    main()
+    workers.run_tests(__doc__.splitlines()[0], OPTIONS)

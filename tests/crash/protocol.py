@@ -11,6 +11,8 @@ STALE_TEMPORARY = b"a copy that was cut short"
 STALE_CORRUPT = b"an older copy, set aside"
 STALE_BACKUP = b"a backup from long ago"
 ABSENT, NO_FOLDER, LINKED = "absent", "no folder", "linked"
+IN_VAIN = "in vain"  # an add of what is there, a change or deletion of what is not
+OK, NOT_OPENED_FOR_UPDATE, NO_LOCK, NO_MATCH, DUPLICATE = 0, 0x900001C5, 0x900001BC, 0x900001F6, 0x900001F1
 UNFINISHED = object()  # a temporary copy that may hold any part of the new contents
 
 
@@ -22,15 +24,37 @@ class Scene:
         self.verb = verb
         self.exists = records != ABSENT
         count = records if self.exists else 0
-        self.before = subject.standing(count)
-        self.update, self.next_update = subject.update(verb, count), subject.next_update()
-        self.old = subject.contents(self.before)
-        self.after = self.update.apply(self.before)
-        self.new = subject.contents(self.after)
+        self.refused = place == IN_VAIN or verb != "add" and count == 0
+        make_update = subject.vain_update if place == IN_VAIN else subject.update
+        self.settle(subject.standing(count), make_update(verb, count), subject.next_update())
         self.name = f"{subject.name}, {verb}, {records} records"
         self.name += f", leftovers {'+'.join(sorted(leftovers)) or 'none'}"
         self.name += f", {place}" if place else ""
         self.has_lock = bool(leftovers)
+
+    def settle(self, before, update, next_update):
+        """Works out the records and the contents before and after the update."""
+        self.before, self.update, self.next_update = before, update, next_update
+        self.old = self.subject.contents(before)
+        self.after = before if self.refused else update.apply(before)
+        self.new = self.subject.contents(self.after)
+        # What a whole copy begins with; an add appends to a copy of all.
+        self.copy = self.subject.contents(next_update.apply(before)) if self.refused else self.new
+
+    @property
+    def status(self):
+        """What the undisturbed update reports: there may be nothing to change or to delete."""
+        if not self.refused:
+            return OK
+        if self.place == NO_FOLDER:
+            return NO_LOCK
+        if self.verb == "add":
+            return DUPLICATE
+        return NO_MATCH if self.exists else NOT_OPENED_FOR_UPDATE
+
+    @property
+    def makes_folder(self):
+        return self.place == NO_FOLDER and not self.refused
 
     @property
     def folder(self):
@@ -86,9 +110,9 @@ class Scene:
 
     def steps(self):
         """The steps of the update, in their order."""
-        steps = []
-        if self.place == NO_FOLDER:
-            steps += [("create", "a"), ("create", "a/b")]
+        if self.refused and not self.exists:
+            return [] if self.has_lock or self.place == NO_FOLDER else [("create", self.lock)]
+        steps = [("create", "a"), ("create", "a/b")] if self.makes_folder else []
         if not self.has_lock:
             steps.append(("create", self.lock))
         if not self.exists:
@@ -97,22 +121,30 @@ class Scene:
             steps.append(("remove", self.corrupt))
         if "tmp" in self.leftovers:
             steps.append(("rename", self.temporary, self.corrupt))
-        steps += [("create", self.temporary), ("flush", self.temporary)]
+        steps.append(("create", self.temporary))
+        return [*steps, *(self.abandoning() if self.refused else self.committing())]
+
+    def abandoning(self):
+        """The steps of an update that finds nothing to do: an add leaves its copy."""
+        return [] if self.verb == "add" else [("remove", self.temporary)]
+
+    def committing(self):
+        steps = [("flush", self.temporary)]
         if "bkp" in self.leftovers:
             steps.append(("remove", self.backup))
-        steps += [
+        return [
+            *steps,
             ("link", self.registry, self.backup),
             ("rename", self.temporary, self.registry),
             ("flush", self.folder.rstrip("/")),
             ("remove", self.backup),
         ]
-        return steps
 
     def take(self, files, step):
         """Makes one step on a dictionary like that of start()."""
         verb, name = step[:2]
         if verb == "create":
-            is_folder = self.place == NO_FOLDER and name in ("a", "a/b")
+            is_folder = self.makes_folder and name in ("a", "a/b")
             files[name] = None if is_folder else UNFINISHED if name == self.temporary else b""
         elif verb == "flush" and name == self.temporary:
             files[name] = self.new
@@ -131,15 +163,32 @@ class Scene:
         return files
 
 
-def differences(expected, found, new):
-    """What is wrong with the files found; an unfinished copy holds a beginning of `new`."""
+class Continued(Scene):
+    """The next update of a scene, on the files that an interrupted one has left."""
+
+    def __init__(self, scene, files, name):
+        """`files` are like those of start()."""
+        self.subject, self.place, self.verb, self.refused = scene.subject, scene.place, "add", False
+        self.files, self.name = files, name
+        self.exists, self.has_lock = self.registry in files, self.lock in files
+        stale = {"tmp": self.temporary, "cor": self.corrupt, "bkp": self.backup}
+        self.leftovers = frozenset(kind for kind, path in stale.items() if path in files)
+        before = scene.after if files.get(self.registry) == scene.new else scene.before
+        self.settle(before, scene.next_update, scene.subject.next_update(turn=1))
+
+    def start(self):
+        return dict(self.files)
+
+
+def differences(expected, found, copy):
+    """What is wrong with the files found; an unfinished copy holds a beginning of `copy`."""
     wrong = [f"{name} is missing" for name in expected if name not in found]
     for name, contents in found.items():
         if name not in expected:
             wrong.append(f"{name} should not be there")
             continue
         wanted = expected[name]
-        good = new.startswith(contents) if wanted is UNFINISHED else contents == wanted
+        good = copy.startswith(contents) if wanted is UNFINISHED else contents == wanted
         if not good:
             wrong.append(f"{name} holds {contents!r:.200}")
     return wrong

@@ -10,7 +10,6 @@ registries must get lost: else the judge is blind.
 
 Figures are printed as N/N. Exit status 77: this machine refuses tracing or private mounts.
 """
-import json
 import pathlib
 import sys
 import time
@@ -21,7 +20,6 @@ sys.path.insert(0, str(HERE.parent / "support"))
 import power_model as power
 import power_page
 import protocol
-import registry_driver as driving
 import subjects
 import workers
 from power_judge import LOST, UNACKNOWLEDGED, WRONG, Judge
@@ -112,6 +110,7 @@ def judge_states(recording, model, grain, judge):
 
 def try_scene(scene, models, grain, options):
     """The figures and findings of one scene under every policy."""
+    started = time.monotonic()
     stage = Stage(scene, options.driver, options.injector)
     recordings = {policy: record(stage, policy) for policy in POLICIES}
     figures, findings, kinds = {}, [], []
@@ -123,21 +122,12 @@ def try_scene(scene, models, grain, options):
             figures[f"{scene.subject.name}|{policy}|{model}"] = tally.figures()
             findings += [(policy, model, scene.name, *each) for each in tally.findings.items()]
             kinds += [(policy, model, *kind, *found) for kind, found in tally.kinds.items()]
-    return {"scene": scene.name, "figures": figures, "findings": findings, "kinds": kinds}
+    seconds = time.monotonic() - started
+    return {"scene": scene.name, "seconds": seconds, "figures": figures, "findings": findings, "kinds": kinds}
 
 
 def work_of(options):
     return workers.work_of(options, full_work if options.full else short_work)
-
-
-def run_worker(options):
-    """Inside a private host: every Nth scene; one line of JSON for each."""
-    first, step = options.worker
-    for scene, models, grain in work_of(options)[first::step]:
-        started = time.monotonic()
-        result = try_scene(scene, models, grain, options)
-        print(json.dumps({**result, "seconds": time.monotonic() - started}), flush=True)
-    return 0
 
 
 def sum_figures(results):
@@ -202,6 +192,10 @@ def show_remaining(results, page):
 
 def report(results, options, seconds):
     """Prints the figures; 0 when every state is a good one."""
+    if not results:
+        return 1
+    for result in results if options.times else ():
+        print(f"{result['seconds']:6.1f} s  {result['scene']}")
     sums = sum_figures(results)
     show_findings(results)
     right = show_figures(sums)
@@ -220,19 +214,12 @@ def report(results, options, seconds):
 def main():
     parser = workers.parser(__doc__.splitlines()[0])
     parser.add_argument("--times", action="store_true", help="show the seconds of each scene")
-    options = parser.parse_args()
-    options.driver, options.injector = workers.programs(options)
-    if options.worker:
-        return run_worker(options)
-    if not driving.have_private_host():
-        driving.skip("this system allows no private mounts")
-    started = time.monotonic()
-    results = workers.collect(__file__, options)
-    if results is None:
-        return 1
-    for result in results if options.times else ():
-        print(f"{result['seconds']:6.1f} s  {result['scene']}")
-    return report(results, options, time.monotonic() - started) if results else 1
+    options = workers.read_options(parser)
+
+    def report_all(results, seconds):
+        return report(results, options, seconds)
+
+    return workers.run(__file__, options, work_of(options), try_scene, report_all)
 
 
 if __name__ == "__main__":

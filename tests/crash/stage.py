@@ -1,7 +1,7 @@
 # SPDX-License-Identifier: Apache-2.0
-"""A scene set up in a folder, and its update run under the injector.
+"""A scene set up in a folder, and its update run under the injector, or short of memory.
 
-Not here: what is made of the trace and of what stands there afterwards (run_matrix.py, run_power.py).
+Not here: what is made of the trace and of what stands there afterwards (judges.py, run_power.py).
 """
 import contextlib
 import os
@@ -23,13 +23,25 @@ class Stage:
     def __init__(self, scene, driver_program, injector):
         self.scene, self.injector = scene, str(injector)
         self.driver = driving.Driver(driver_program, TOP / scene.given, scene.subject.options)
+        self.failing_malloc = pathlib.Path(driver_program).parent.parent / "crash/libfailing_malloc.so"
+        self.rounds = driving.Rounds(self.driver, scene.next_update.words)
         self.registry = TOP / scene.registry
-        self.belongings = None
+        self.mode, self.belongings = MODE, None
+
+    def __enter__(self):
+        return self
+
+    def __exit__(self, *_):
+        self.rounds.stop()
 
     def set_up(self):
         shutil.rmtree(TOP, ignore_errors=True)
         TOP.mkdir()
         driving.CHANGE_LOG.unlink(missing_ok=True)
+        self.put_down()
+
+    def put_down(self):
+        """Makes what the scene starts with."""
         for name, contents in self.scene.start().items():
             path = TOP / name
             if contents is None:
@@ -54,6 +66,14 @@ class Stage:
         if outcome.exit_status == driving.SKIPPED:
             driving.skip("this system refuses the tracing of processes")
         return (outcome, *protocol.read_trace(TRACE))
+
+    def run_short_of_memory(self, number, lasting, more=()):
+        """The update with its `number`th allocation failing (0: none); see failing_malloc.cpp."""
+        settings = {
+            "LD_PRELOAD": str(self.failing_malloc),
+            "FAILING_ALLOCATION": f"{number}{'+' if lasting else ''}",
+        }
+        return self.driver.run(*self.scene.update.words, *more, settings=settings)
 
     def more(self):
         """A second update by the same object."""

@@ -1,8 +1,8 @@
 # SPDX-License-Identifier: Apache-2.0
 """What is updated while it is killed and failed: a registry of each format, with its model.
 
-A subject has records to begin with, an update of them by each verb, a further update that always
-succeeds, and says what the file and a list of it hold. Records are what its model takes them for: the
+A subject has records to begin with, an update of them by each verb, further updates that always
+succeed, and says what the file and a list of it hold. Records are what its model takes them for: the
 global registry's records, or lines, or tuples. Not here: what stands on disk besides (protocol.py).
 """
 import registry_model as model
@@ -39,6 +39,7 @@ class GlobalRegistry:
     """The one that is the same for all programs, and logs its changes."""
 
     name, logs_changes, options = "global", True, ()
+    refuses_duplicates = True
 
     @staticmethod
     def standing(count):
@@ -67,8 +68,16 @@ class GlobalRegistry:
         return cls.update_with(verb, instance(number), None)
 
     @classmethod
-    def next_update(cls):
-        return cls.update_with("add", None, instance("next", AuxPath="/home/next"))
+    def vain_update(cls, verb, count):
+        """One that is refused."""
+        if verb == "add":
+            return cls.update_with(verb, None, instance(middle(count)))
+        absent = instance("absent")
+        return cls.update_with(verb, absent, absent if verb == "change" else None)
+
+    @classmethod
+    def next_update(cls, turn=0):
+        return cls.update_with("add", None, instance(f"next{turn}", AuxPath="/home/next"))
 
     @staticmethod
     def update_with(verb, key, new):
@@ -100,6 +109,7 @@ class TextRegistry:
         """entry(number) is a line; kept lines stand between entries; changes go into a changed record."""
         self.syntax, self.entry, self.kept, self.changes = syntax, entry, kept, changes
         self.name, self.options = syntax.name, ("--format", syntax.name)
+        self.refuses_duplicates = syntax is not text.Profile
 
     def standing(self, count):
         lines = []
@@ -116,15 +126,24 @@ class TextRegistry:
 
     def update(self, verb, count):
         target = self.record(middle(count))
+        new = {**self.record(9001), "comment": "added"} if verb == "add" else {**target, **self.changes}
+        return self.update_of(verb, target, new)
+
+    def vain_update(self, verb, count):
+        """One that is refused."""
+        record = self.record(middle(count) if verb == "add" else 9000)
+        return self.update_of(verb, record, record)
+
+    def update_of(self, verb, target, new):
         key = {name: target[name] for name in self.syntax.key_fields}
         if verb == "add":
-            return self.update_with(verb, new={**self.record(9001), "comment": "added"})
+            return self.update_with(verb, new=new)
         if verb == "change":
-            return self.update_with(verb, key=key, new={**target, **self.changes})
+            return self.update_with(verb, key=key, new=new)
         return self.update_with(verb, key=key)
 
-    def next_update(self):
-        return self.update_with("add", new=self.record(9002))
+    def next_update(self, turn=0):
+        return self.update_with("add", new=self.record(9002 + turn))
 
     def update_with(self, verb, **arguments):
         in_words = [text.words(self.syntax, arguments.get(name, {})) for name in ("key", "new")]
@@ -146,6 +165,7 @@ class BinaryVariables:
     """Frames without a packed form."""
 
     name, logs_changes, options = "binvar", False, ("--format", "binvar")
+    refuses_duplicates = False
 
     @staticmethod
     def standing(count):
@@ -161,8 +181,15 @@ class BinaryVariables:
         return cls.putting(verb, target, [(target, 12345, "changed")])
 
     @classmethod
-    def next_update(cls):
-        return cls.adding(("next", 2, ""))
+    def vain_update(cls, verb, count):
+        """One that is refused."""
+        if verb == "add":
+            return cls.adding((f"V{middle(count)}", 0, ""))
+        return cls.putting(verb, "absent", [("absent", 1, "")] if verb == "change" else [])
+
+    @classmethod
+    def next_update(cls, turn=0):
+        return cls.adding((f"next{turn}", 2, ""))
 
     @staticmethod
     def adding(record):

@@ -10,6 +10,8 @@ import pathlib
 import shutil
 import subprocess
 import sys
+import time
+import unittest
 
 import registry_driver as driving
 import subjects
@@ -26,8 +28,16 @@ def parser(summary):
     made.add_argument("--jobs", type=int, default=2)
     made.add_argument("--format", nargs="+", default=(), choices=subjects.NAMES, help="not all")
     made.add_argument("--scene", default="", help="only scenes whose name has this in it")
+    made.add_argument("--progress", action="store_true", help="name each scene that is done on standard error")
     made.add_argument("--worker", type=int, nargs=2, help=argparse.SUPPRESS)
     return made
+
+
+def read_options(made):
+    """What the command line says, with the programs found."""
+    options = made.parse_args()
+    options.driver, options.injector = programs(options)
+    return options
 
 
 def work_of(options, make_work):
@@ -66,6 +76,39 @@ def collect(program, options):
             print(output)
             return None
     return [json.loads(line) for _, output in ends for line in output.splitlines()]
+
+
+def run(program, options, work, try_scene, report):
+    """The whole campaign, or a worker's share of it; the exit status.
+
+    `work` are tuples, try_scene(*tuple, options) makes of one a result that goes into JSON, and
+    report(results, seconds) judges all results.
+    """
+    if options.worker:  # inside a private host: every Nth piece of the work; one line of JSON for each
+        first, step = options.worker
+        for piece in work[first::step]:
+            print(json.dumps(try_scene(*piece, options)), flush=True)
+            if options.progress:
+                print(piece[0].name, file=sys.stderr, flush=True)
+        return 0
+    if not driving.have_private_host():
+        driving.skip("this system allows no private mounts")
+    started = time.monotonic()
+    results = collect(program, options)
+    return 1 if results is None else report(results, time.monotonic() - started)
+
+
+def run_tests(summary, found):
+    """The tests of the calling program, in a private host; `found` gets the driver and the injector."""
+    made = argparse.ArgumentParser(description=summary)
+    made.add_argument("--driver", type=pathlib.Path, required=True)
+    made.add_argument("--injector", type=pathlib.Path)
+    options = made.parse_args()
+    found.driver, found.injector = programs(options)
+    if not driving.have_private_host():
+        driving.skip("this system allows no private mounts")
+    driving.go_private()
+    unittest.main(argv=sys.argv[:1])
 
 
 def programs(options):

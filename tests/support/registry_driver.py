@@ -7,6 +7,7 @@ import fcntl
 import os
 import pathlib
 import re
+import select
 import shutil
 import struct
 import subprocess
@@ -70,6 +71,8 @@ class Outcome:
         self.logged = [int(code, 16) for code in re.findall(r"^log (0x[0-9A-F]{8}) ", text, re.M)]
         left = re.search(r"^left descriptors (-?\d+) blocks (-?\d+)$", text, re.M)
         self.left = tuple(map(int, left.groups())) if left else None
+        counted = re.search(r"^allocations (\d+) failed (\d+) kept (-?\d+)$", text, re.M)
+        self.allocations = tuple(map(int, counted.groups())) if counted else None
         self.lines = [line for line in text.splitlines() if "\t" in line]
 
     @property
@@ -92,11 +95,11 @@ class Driver:
             "TZ": "UTC0",
         }
 
-    def run(self, *words, under=()):
-        """Runs one command to its end; `under` is put before it."""
+    def run(self, *words, under=(), settings=None):
+        """Runs one command to its end; `under` is put before it, `settings` into its environment."""
         done = subprocess.run(
             [*under, *self.command, *words],
-            env=self.environment,
+            env={**self.environment, **(settings or {})},
             stdout=subprocess.PIPE,
             stdin=subprocess.DEVNULL,
             timeout=PATIENCE,
@@ -117,6 +120,52 @@ class Driver:
         """The status of a list and its lines."""
         outcome = self.run("list")
         return outcome.status, outcome.lines
+
+
+class Rounds:
+    """One driver process that lists the registry and then updates it, each time that it is asked."""
+
+    def __init__(self, driver, words, options=()):
+        """`words` are those of the update, `options` the driver's own."""
+        self.command = [*driver.command, *options, "rounds", *words]
+        self.environment, self.process = driver.environment, None
+
+    def __enter__(self):
+        return self
+
+    def __exit__(self, *_):
+        self.stop()
+
+    def start(self):
+        pipe = subprocess.PIPE
+        self.process = subprocess.Popen(self.command, env=self.environment, stdin=pipe, stdout=pipe, bufsize=0)
+
+    def stop(self):
+        """Ends the process, even one that waits for a lock."""
+        if self.process:
+            self.process.kill()
+            self.process.communicate()
+        self.process = None
+
+    def ask(self):
+        """The outcome of one round; its statuses are those of the list and of the update."""
+        if self.process is None:
+            self.start()
+        self.process.stdin.write(b"\n")
+        answer = b""
+        while not (b"\n" + answer).endswith(b"\n.\n"):
+            answer += self.read_some()
+        return Outcome(0, answer.decode())
+
+    def read_some(self):
+        if not select.select([self.process.stdout], [], [], PATIENCE)[0]:
+            self.stop()
+            raise subprocess.TimeoutExpired(self.command, PATIENCE)
+        read = self.process.stdout.read(1 << 16)
+        if not read:
+            self.stop()
+            raise RuntimeError("the driver died")
+        return read
 
 
 def is_locked(path):
