@@ -18,21 +18,22 @@ GenRegInitTabRecord& recordAt(void* record) {
 
 // Cuts the text at its first ":" and returns what follows; null when there is none.
 char* cutField(char* text) {
-  char* const colon = std::strchr(text, ':');
+  char* const colon = findMark(text, ':');
   if (colon == nullptr) return nullptr;
   *colon = '\0';
   return colon + 1;
 }
 
 // The command's first character stays, whatever it is.
-void cutTrailingBlanks(char* command) {
-  unsigned long length = std::strlen(command);
-  while (length > 1 && command[length - 1] == ' ')
-    --length;
-  if (length > 0) command[length] = '\0';
+void cutTrailingBlanks(char* command, char* end) {
+  if (end == command) return;
+  while (end > command + 1 && end[-1] == ' ')
+    --end;
+  *end = '\0';
 }
 
-void parseEntry(Operation& op, GenRegInitTabRecord& record) {
+// The entry ends at `end`.
+void parseEntry(Operation& op, GenRegInitTabRecord& record, char* end) {
   record.flags |= kInitTabHasEntry;
   record.id = record.line;
   record.runlevel = cutField(record.id);
@@ -50,18 +51,28 @@ void parseEntry(Operation& op, GenRegInitTabRecord& record) {
     op.fail(4, status::inittab_no_command);
     return;
   }
-  cutTrailingBlanks(record.command);
+  cutTrailingBlanks(record.command, end);
 }
 
-void parse(Operation& op, GenRegInitTabRecord& record) {
+void parse(Operation& op, GenRegInitTabRecord& record, const char* text, unsigned long length) {
+  takeLine(record.line, text, length);
+  record.comment = nullptr;
+  record.flags = 0;
+  record.runlevel = record.id = record.action = record.command = nullptr;
   if (record.line[0] == ':') {
     record.flags = kInitTabHasComment;
     record.comment = record.line + 1;
     return;
   }
-  record.comment = cutComment(record.line);
-  if (record.comment != nullptr) record.flags = kInitTabHasComment;
-  if (record.line[0] != '\0') parseEntry(op, record);
+  const void* mark = std::memchr(text, '#', length);
+  char* end = record.line + length;
+  if (mark != nullptr) {
+    end = record.line + (static_cast<const char*>(mark) - text);
+    *end = '\0';
+    record.comment = end + 1;
+    record.flags = kInitTabHasComment;
+  }
+  if (record.line[0] != '\0') parseEntry(op, record, end);
 }
 
 void appendEntry(LineBuilder& line, const GenRegInitTabRecord& record) {
@@ -89,8 +100,14 @@ const char* requiredText(unsigned long long mask, const void* key) {
   return named ? unparsedText(wanted.id) : nullptr;
 }
 
+int parseText(void* record, const char* text, unsigned long length) {
+  Operation op(kGenRegInitTabParseLine);
+  parse(op, recordAt(record), text, length);
+  return op.result();
+}
+
 constexpr GenRegLineSlots kLineSlots = {GenRegInitTab::MatchRecord, GenRegInitTab::ParseLine,
-                                        requiredText};
+                                        requiredText, parseText};
 
 // The entry fields of the mask agree.
 bool sameEntry(unsigned long long mask, const GenRegInitTabRecord& a,
@@ -134,12 +151,7 @@ int GenRegInitTab::ParseLine(void* record, char* line) {
     op.fail(1, status::null_argument);
     return op.result();
   }
-  GenRegInitTabRecord& parsed = recordAt(record);
-  takeLine(parsed.line, line);
-  parsed.comment = nullptr;
-  parsed.flags = 0;
-  parsed.runlevel = parsed.id = parsed.action = parsed.command = nullptr;
-  parse(op, parsed);
+  parse(op, recordAt(record), line, takenLength(line));
   return op.result();
 }
 

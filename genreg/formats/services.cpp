@@ -5,6 +5,7 @@
 #include <cstdio>
 #include <cstring>
 
+#include "genreg/formats/internal/line_slots.h"
 #include "genreg/internal/operation.h"
 #include "genreg/text/internal/line_builder.h"
 
@@ -20,16 +21,6 @@ bool sameComment(const GenRegServicesRecord& a, const GenRegServicesRecord& b) {
   if (a.comment == nullptr || b.comment == nullptr) return a.comment == b.comment;
   return std::strcmp(a.comment, b.comment) == 0;
 }
-
-// Two comments are compared whatever the mask.
-const char* requiredText(unsigned long long mask, const void* key) {
-  const auto& wanted = *static_cast<const GenRegServicesRecord*>(key);
-  const bool named = (mask & kServicesName) != 0 && wanted.flags != kServicesHasComment;
-  return named ? unparsedText(wanted.name) : nullptr;
-}
-
-constexpr GenRegLineSlots kLineSlots = {GenRegServices::MatchRecord, GenRegServices::ParseLine,
-                                        requiredText};
 
 void printField(const char* label, const char* text) {
   if (text == nullptr) {
@@ -54,7 +45,7 @@ GenRegServices::GenRegServices(char* path, unsigned int* status) {
   getMaxRecordSize = &GenRegServices::GetMaxRecordSize;
   formatLine = &GenRegServices::FormatLine;
   parseLine = &GenRegServices::ParseLine;
-  lineSlots = &kLineSlots;
+  lineSlots = &kServicesLineSlots;
   (void)setFeature(kGenRegVerifyCommit);  // is in range
 }
 

@@ -8,6 +8,7 @@
 #include <cstring>
 #include <iterator>
 
+#include "genreg/formats/internal/line_slots.h"
 #include "genreg/formats/services.h"
 #include "genreg/internal/operation.h"
 #include "genreg/text/fields.h"
@@ -42,7 +43,7 @@ std::uint16_t portOf(const char* digits) {
 
 // Takes "port/protocol" apart. What is not understood is noted, and the line kept.
 void parsePort(Operation& op, GenRegServicesRecord& record, char* field) {
-  char* const slash = std::strchr(field, '/');
+  char* const slash = findMark(field, '/');
   if (slash == nullptr) {
     op.note(10, status::service_without_slash, status::ok);
     record.flags |= kServicesNotUnderstood;
@@ -65,17 +66,15 @@ void parseAliases(Operation& op, GenRegServicesRecord& record, char* cursor) {
       return;
     }
     record.aliasTable[count++] = alias;
+    record.aliasTable[count] = nullptr;
     record.aliases = record.aliasTable;
   }
 }
 
-void parseEntry(Operation& op, GenRegServicesRecord& record, const char* line) {
+void parseEntry(Operation& op, GenRegServicesRecord& record) {
   char* cursor = record.line;
   char* field = nullptr;
-  if (ExtractNextField(&field, &cursor) != status::ok) {
-    if (std::strcmp(line, "\n") == 0) record.flags = kServicesHasComment;
-    return;
-  }
+  if (ExtractNextField(&field, &cursor) != status::ok) return;
   record.name = field;
   record.flags |= kServicesHasEntry;
   if (ExtractNextField(&field, &cursor) != status::ok) {
@@ -84,6 +83,31 @@ void parseEntry(Operation& op, GenRegServicesRecord& record, const char* line) {
   }
   parsePort(op, record, field);
   if ((record.flags & kServicesNotUnderstood) == 0) parseAliases(op, record, cursor);
+}
+
+void parse(Operation& op, GenRegServicesRecord& record, const char* text, unsigned long length) {
+  record.name = record.protocol = nullptr;
+  record.aliases = nullptr;
+  record.port = 0;
+  record.aliasTable[0] = nullptr;
+  record.comment = takeStripped(record.line, text, length);
+  record.flags = record.comment != nullptr ? kServicesHasComment : 0;
+  parseEntry(op, record);
+}
+
+int parseText(void* record, const char* text, unsigned long length) {
+  Operation op(kGenRegServicesParseLine);
+  auto& parsed = *static_cast<GenRegServicesRecord*>(record);
+  parse(op, parsed, text, length);
+  if (length == 0) parsed.flags = kServicesHasComment;
+  return op.result();
+}
+
+// Two comments are compared whatever the mask.
+const char* requiredText(unsigned long long mask, const void* key) {
+  const auto& wanted = *static_cast<const GenRegServicesRecord*>(key);
+  const bool named = (mask & kServicesName) != 0 && wanted.flags != kServicesHasComment;
+  return named ? unparsedText(wanted.name) : nullptr;
 }
 
 const char* firstAlias(const GenRegServicesRecord& record) {
@@ -133,22 +157,18 @@ void appendComment(LineBuilder& line, const GenRegServicesRecord& record) {
 
 }  // namespace
 
+const GenRegLineSlots genreg::kServicesLineSlots = {
+    GenRegServices::MatchRecord, GenRegServices::ParseLine, requiredText, parseText};
+
 int GenRegServices::ParseLine(void* record, char* line) {
   Operation op(kGenRegServicesParseLine);
   if (record == nullptr || line == nullptr) {
     op.fail(1, status::null_argument);
     return op.result();
   }
-  std::memset(record, 0, sizeof(GenRegServicesRecord));
   auto& parsed = *static_cast<GenRegServicesRecord*>(record);
-  takeLine(parsed.line, line);
-  parsed.comment = cutComment(parsed.line);
-  if (parsed.comment != nullptr) {
-    parsed.flags = kServicesHasComment;
-    CleanString(parsed.comment);
-  }
-  collapseWhiteSpace(parsed.line);
-  parseEntry(op, parsed, line);
+  parse(op, parsed, line, takenLength(line));
+  if (std::strcmp(line, "\n") == 0) parsed.flags = kServicesHasComment;
   return op.result();
 }
 

@@ -5,8 +5,8 @@
 #include <cstdio>
 #include <cstring>
 
+#include "genreg/formats/internal/line_slots.h"
 #include "genreg/internal/operation.h"
-#include "genreg/text/fields.h"
 #include "genreg/text/internal/line_builder.h"
 
 using namespace genreg;
@@ -42,6 +42,25 @@ void splitAssignment(Operation& op, GenRegVarValRecord& record) {
   record.variable = record.line;
   record.value = equals[1] == ' ' ? equals + 2 : equals + 1;
   if (record.value[0] == '"') cutQuotedValue(op, record.value);
+}
+
+void parse(Operation& op, GenRegVarValRecord& record, const char* text, unsigned long length) {
+  record.variable = nullptr;
+  record.value = nullptr;
+  record.comment = takeStripped(record.line, text, length);
+  record.contents = record.comment != nullptr ? kVarValHasComment : 0;
+  if (record.line[0] != '\0') splitAssignment(op, record);
+}
+
+int parseText(void* record, const char* text, unsigned long length) {
+  Operation op(kGenRegVarValParseLine);
+  parse(op, recordAt(record), text, length);
+  return op.result();
+}
+
+const char* requiredText(unsigned long long mask, const void* key) {
+  if ((mask & kVarValVariable) == 0) return nullptr;
+  return unparsedText(static_cast<const GenRegVarValRecord*>(key)->variable);
 }
 
 // Appends the run of blanks and tabs at `from` and returns what follows it.
@@ -83,24 +102,16 @@ void appendAssignment(Operation& op, LineBuilder& line, const GenRegVarValRecord
 
 }  // namespace
 
+const GenRegLineSlots genreg::kVarValLineSlots = {GenRegVarVal::MatchRecord,
+                                                  GenRegVarVal::ParseLine, requiredText, parseText};
+
 int GenRegVarVal::ParseLine(void* record, char* line) {
   Operation op(kGenRegVarValParseLine);
   if (record == nullptr || line == nullptr) {
     op.fail(1, status::null_argument);
     return op.result();
   }
-  GenRegVarValRecord& parsed = recordAt(record);
-  parsed.contents = 0;
-  parsed.variable = nullptr;
-  parsed.value = nullptr;
-  takeLine(parsed.line, line);
-  parsed.comment = cutComment(parsed.line);
-  if (parsed.comment != nullptr) {
-    parsed.contents = kVarValHasComment;
-    CleanString(parsed.comment);
-  }
-  collapseWhiteSpace(parsed.line);
-  if (parsed.line[0] != '\0') splitAssignment(op, parsed);
+  parse(op, recordAt(record), line, takenLength(line));
   return op.result();
 }
 

@@ -2,25 +2,16 @@
 // Building a profile object, and its typed lookups.
 #include <algorithm>
 #include <cstdlib>
-#include <cstring>
 #include <limits>
 
+#include "genreg/formats/internal/line_slots.h"
 #include "genreg/formats/var_val.h"
 #include "genreg/internal/operation.h"
-#include "genreg/text/internal/line_builder.h"
 #include "platform/osse/strings.h"
 
 using namespace genreg;
 
 namespace {
-
-const char* requiredText(unsigned long long mask, const void* key) {
-  if ((mask & kVarValVariable) == 0) return nullptr;
-  return unparsedText(static_cast<const GenRegVarValRecord*>(key)->variable);
-}
-
-constexpr GenRegLineSlots kLineSlots = {GenRegVarVal::MatchRecord, GenRegVarVal::ParseLine,
-                                        requiredText};
 
 template <class Number>
 constexpr Number kMost = std::numeric_limits<Number>::max();
@@ -72,7 +63,7 @@ GenRegVarVal::GenRegVarVal(const char* path, unsigned int* status) : found_{} {
   getMaxRecordSize = &GenRegVarVal::GetMaxRecordSize;
   formatLine = &GenRegVarVal::FormatLine;
   parseLine = &GenRegVarVal::ParseLine;
-  lineSlots = &kLineSlots;
+  lineSlots = &kVarValLineSlots;
   if (rc != status::ok) return;
   (void)setFeature(kGenRegVerifyCommit);  // both are in range
   (void)setFeature(kGenRegDuplicates);

@@ -3,6 +3,8 @@
 #include "genreg/text/fields.h"
 
 #include <algorithm>
+#include <array>
+#include <cstdint>
 #include <cstring>
 
 #include "genreg/internal/guards.h"
@@ -18,60 +20,113 @@ bool isSeparator(char c) {
 }
 
 bool isLineSpace(char c) {
-  return c == '\t' || c == '\n' || c == '\r';
+  return c == ' ' || c == '\t' || c == '\n' || c == '\r';
 }
 
-bool isClean(unsigned char c) {
-  return c == '\t' || (c >= 0x20 && c <= 0x7E);
+constexpr std::array<char, 256> cleanedBytes() {
+  std::array<char, 256> cleaned{};
+  for (unsigned byte = 0; byte < cleaned.size(); ++byte) {
+    const bool isClean = byte == '\t' || (byte >= 0x20 && byte <= 0x7E);
+    cleaned[byte] = isClean ? static_cast<char>(byte) : '.';
+  }
+  return cleaned;
 }
 
-// Copies a quoted stretch, which begins at `from` and keeps its blanks. Returns where it ends.
-const char* copyQuoted(const char* from, char*& to) {
-  const char* closing = std::strchr(from + 1, '"');
-  const char* end = closing != nullptr ? closing + 1 : from + std::strlen(from);
-  to = std::copy(from, end, to);
-  return end;
+constexpr std::array<char, 256> kCleaned = cleanedBytes();
+
+char cleaned(char byte) {
+  return kCleaned[static_cast<unsigned char>(byte)];
 }
 
-// Copies `from`, whose only white space is blanks, with each unquoted run of them made one. After a
-// quoted stretch a run starts afresh. `to` may be `from`: nothing is written ahead of what is read.
-void collapse(const char* from, char* to) {
-  bool afterBlank = true;  // so that leading blanks are dropped
+// Several bytes looked at in one step: most text has nothing in it that has to be changed.
+using Word = std::uint64_t;
+constexpr unsigned long kWordSize = sizeof(Word);
+constexpr Word kEachByte = ~Word{0} / 0xFF;
+constexpr Word kHighBits = kEachByte * 0x80;
+
+// Whether a byte of the word is below `limit`, or above it; it is below 0x80.
+constexpr bool hasBelow(Word word, unsigned char limit) {
+  return ((word - kEachByte * limit) & ~word & kHighBits) != 0;
+}
+constexpr bool hasAbove(Word word, unsigned char limit) {
+  return (((word + kEachByte * (0x7FU - limit)) | word) & kHighBits) != 0;
+}
+
+constexpr bool isPlain(Word word) {
+  return !hasBelow(word, '"' + 1);  // white space and quotes are among those below
+}
+constexpr bool isClean(Word word) {
+  return !hasBelow(word, 0x20) && !hasAbove(word, 0x7E);
+}
+
+// Copies whole words of `from` as they are while they pass, and returns how many bytes that is.
+unsigned long copyWords(const char* from, unsigned long length, char* to, bool (*passes)(Word)) {
+  unsigned long at = 0;
+  for (; length - at >= kWordSize; at += kWordSize) {
+    Word word = 0;
+    std::memcpy(&word, from + at, kWordSize);
+    if (!passes(word)) break;
+    std::memcpy(to + at, &word, kWordSize);
+  }
+  return at;
+}
+
+// Copies `length` bytes with each run of white space made one blank outside of double quotes, and
+// none at the ends. Returns where the copy ends.
+char* collapse(const char* from, unsigned long length, char* to) {
   char* const start = to;
-  while (*from != '\0') {
-    if (*from == '"') {
-      from = copyQuoted(from, to);
-      afterBlank = false;
-      continue;
+  bool quoted = false;
+  for (unsigned long at = 0; at < length;) {
+    const unsigned long plain = copyWords(from + at, length - at, to, isPlain);
+    at += plain;
+    to += plain;
+    for (const unsigned long end = std::min(length, at + kWordSize); at < end; ++at) {
+      const bool blank = isLineSpace(from[at]);
+      if (from[at] == '"') quoted = !quoted;
+      if (!blank) *to++ = from[at];
+      if (blank && (quoted || (to != start && to[-1] != ' '))) *to++ = ' ';
     }
-    if (*from != ' ' || !afterBlank) *to++ = *from;
-    afterBlank = *from == ' ';
-    ++from;
   }
   while (to != start && to[-1] == ' ')
     --to;
-  *to = '\0';
+  return to;
 }
 
-void blankLineSpaces(char* text) {
-  std::replace_if(text, text + std::strlen(text), isLineSpace, ' ');
+// Copies `length` bytes with the unprintable ones made ".".
+void copyCleaned(const char* from, unsigned long length, char* to) {
+  for (unsigned long at = 0; at < length;) {
+    at += copyWords(from + at, length - at, to + at, isClean);
+    for (const unsigned long end = std::min(length, at + kWordSize); at < end; ++at)
+      to[at] = cleaned(from[at]);
+  }
 }
 
 // Through scratch memory, so that the string is untouched until the result is complete.
 void strip(Operation& op, char* text) {
   ScratchBuffer scratch(op, status::no_record_memory, status::record_memory_not_released);
-  if (!scratch.reserve(2, std::strlen(text) + 1)) return;
-  blankLineSpaces(text);
+  const unsigned long length = std::strlen(text);
+  if (!scratch.reserve(2, length + 1)) return;
   char* const stripped = static_cast<char*>(scratch.block());
-  collapse(text, stripped);
-  std::memcpy(text, stripped, std::strlen(stripped) + 1);
+  char* const end = collapse(text, length, stripped);
+  *end = '\0';
+  std::memcpy(text, stripped, static_cast<unsigned long>(end - stripped) + 1);
 }
 
 }  // namespace
 
-void genreg::collapseWhiteSpace(char* text) {
-  blankLineSpaces(text);
-  collapse(text, text);
+char* genreg::takeStripped(char (&own)[kGenRegLineSize], const char* line, unsigned long length) {
+  const void* mark = std::memchr(line, '#', length);
+  if (mark == nullptr) {
+    *collapse(line, length, own) = '\0';
+    return nullptr;
+  }
+  const auto before = static_cast<unsigned long>(static_cast<const char*>(mark) - line);
+  const unsigned long behind = length - before - 1;
+  char* const end = collapse(line, before, own);
+  *end = '\0';
+  copyCleaned(line + before + 1, behind, end + 1);
+  end[1 + behind] = '\0';
+  return end + 1;
 }
 
 GenRegStatus StripWhiteSpace(char* text) {
@@ -83,9 +138,7 @@ GenRegStatus StripWhiteSpace(char* text) {
 
 GenRegStatus CleanString(char* text) {
   if (text == nullptr) return status::ok;
-  for (; *text != '\0'; ++text) {
-    if (!isClean(static_cast<unsigned char>(*text))) *text = '.';
-  }
+  copyCleaned(text, std::strlen(text), text);
   return status::ok;
 }
 

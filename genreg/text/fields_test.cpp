@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <cerrno>
+#include <cstring>
 #include <random>
 #include <string>
 #include <vector>
@@ -30,6 +31,13 @@ std::string stripped(std::string text) {
 
 std::string cleaned(std::string text) {
   EXPECT_EQ(CleanString(text.data()), 0U);
+  return text;
+}
+
+std::string randomText(std::mt19937& random, const std::string& bytes) {
+  std::string text(random() % 24, ' ');
+  for (char& c : text)
+    c = bytes[random() % bytes.size()];
   return text;
 }
 
@@ -90,19 +98,44 @@ TEST(StripWhiteSpace, MemoryThatIsNotReleasedIsReportedWithTheTextDone) {
   EXPECT_STREQ(text.c_str(), "a b");
 }
 
-// The formats strip in place; both must come to the same text.
-TEST(StripWhiteSpace, InPlaceAndThroughScratchMemoryAgree) {
+TEST(StripWhiteSpace, AStrippedTextStaysAsItIs) {
   std::mt19937 random(20);
-  const std::string bytes = "ab \t\r\n\"=";
   for (int i = 0; i < 5000; ++i) {
-    std::string text(random() % 24, ' ');
-    for (char& c : text)
-      c = bytes[random() % bytes.size()];
-    std::string inPlace = text;
-    genreg::collapseWhiteSpace(inPlace.data());
-    ASSERT_STREQ(inPlace.c_str(), stripped(text).c_str()) << text;
-    EXPECT_EQ(stripped(stripped(text)), stripped(text)) << "not settled: " << text;
+    const std::string once = stripped(randomText(random, "ab \t\r\n\"="));
+    EXPECT_EQ(stripped(once), once);
   }
+}
+
+// A line is taken in one walk; the exported functions do the same one after the other.
+const char* take(char (&own)[kGenRegLineSize], const std::string& line) {
+  return genreg::takeStripped(own, line.c_str(), genreg::takenLength(line.c_str()));
+}
+
+TEST(TakeStripped, AgreesWithStrippingAndCleaningTheParts) {
+  std::mt19937 random(21);
+  for (int i = 0; i < 5000; ++i) {
+    const std::string line = randomText(random, "ab \t\r\"=#\x01\n");
+    const std::string taken = line.substr(0, line.find('\n'));
+    const std::size_t mark = taken.find('#');
+    char own[kGenRegLineSize];
+    const char* comment = take(own, line);
+    ASSERT_STREQ(own, stripped(taken.substr(0, mark)).c_str()) << line;
+    ASSERT_EQ(comment != nullptr, mark != std::string::npos) << line;
+    if (comment == nullptr) continue;
+    ASSERT_STREQ(comment, cleaned(taken.substr(mark + 1)).c_str()) << line;
+  }
+}
+
+TEST(TakeStripped, StopsAtItsSizeBeforeAndBehindTheMark) {
+  char own[kGenRegLineSize];
+  EXPECT_EQ(take(own, std::string(5000, 'x')), nullptr);
+  EXPECT_EQ(std::strlen(own), 2047U);
+  EXPECT_STREQ(take(own, std::string(2046, 'x') + "#c"), "");
+  EXPECT_EQ(take(own, std::string(2047, ' ') + "#c"), nullptr);
+  EXPECT_STREQ(own, "");
+  const char* comment = take(own, "#" + std::string(5000, 'x'));
+  ASSERT_NE(comment, nullptr);
+  EXPECT_EQ(std::strlen(comment), 2046U);
 }
 
 TEST(CleanString, ReplacesWhatIsNotPrintableAscii) {

@@ -2,6 +2,7 @@
 // Building and taking in lines of the text formats.
 #include "genreg/text/internal/line_builder.h"
 
+#include <algorithm>
 #include <cstring>
 
 namespace genreg {
@@ -26,18 +27,14 @@ void LineBuilder::copyToWithNewline(char* line) const {
   std::memcpy(line + length_, "\n", 2);
 }
 
-void takeLine(char (&own)[kGenRegLineSize], const char* line) {
-  const unsigned long length = strcspn(line, "\n");
-  const unsigned long kept = length < sizeof own ? length : sizeof own - 1;
-  std::memcpy(own, line, kept);
-  own[kept] = '\0';
+unsigned long takenLength(const char* line) {
+  const auto length = static_cast<unsigned long>(strchrnul(line, '\n') - line);
+  return std::min(length, kGenRegLineSize - 1);
 }
 
-char* cutComment(char* line) {
-  char* const mark = std::strchr(line, '#');
-  if (mark == nullptr) return nullptr;
-  *mark = '\0';
-  return mark + 1;
+void takeLine(char (&own)[kGenRegLineSize], const char* line, unsigned long length) {
+  std::memcpy(own, line, length);
+  own[length] = '\0';
 }
 
 bool sameText(const char* a, const char* b) {

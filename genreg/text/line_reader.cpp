@@ -5,8 +5,19 @@
 #include <algorithm>
 #include <cstring>
 
+#include "genreg/text/internal/find_text.h"
+
 namespace genreg {
 namespace {
+
+// Where lines can be joined, so many bytes are searched for a backslash at a time: the search must
+// not go far beyond what it is made for.
+constexpr std::size_t kJoinWindow = 4096;
+
+// The bytes from one place in memory to a later one.
+std::size_t distance(const void* from, const void* to) {
+  return static_cast<std::size_t>(static_cast<const char*>(to) - static_cast<const char*>(from));
+}
 
 // Text of a stream that is read byte by byte.
 class StreamText {
@@ -51,9 +62,7 @@ class BlockText {
       const unsigned char* from = cursor_.bytes();
       const void* newline = std::memchr(from, '\n', room);
       ended = newline != nullptr;
-      const std::size_t count =
-          ended ? static_cast<std::size_t>(static_cast<const unsigned char*>(newline) - from) + 1
-                : room;
+      const std::size_t count = ended ? distance(from, newline) + 1 : room;
       std::memcpy(to + length, from, count);
       cursor_.skip(count);
       length += static_cast<unsigned long>(count);
@@ -76,10 +85,11 @@ Walk appendPhysical(const char* from, unsigned long length, char*& end,
     end += length;
     return Walk::kLineEnds;
   }
-  for (; *from != '\0'; ++from) {
+  for (const char* const stop = from + length; from != stop && *from != '\0'; ++from) {
     if (*from == '\\') {
-      if (from[1] == '\0') break;  // nothing to escape: the backslash is dropped
-      if (from[1] == '\n' && continuations == Continuations::kJoined) return Walk::kGoesOn;
+      const char escaped = from + 1 != stop ? from[1] : '\0';
+      if (escaped == '\0') break;  // nothing: the backslash is dropped
+      if (escaped == '\n' && continuations == Continuations::kJoined) return Walk::kGoesOn;
     }
     *end++ = *from;
   }
@@ -88,13 +98,13 @@ Walk appendPhysical(const char* from, unsigned long length, char*& end,
 
 // How many bytes two passages have in common at their start.
 unsigned long commonLength(const Passage& a, const Passage& b) {
-  constexpr unsigned long kStride = 1024;
+  constexpr unsigned long kStrides[] = {1024, 32, 1};
   const unsigned long most = std::min(a.length, b.length);
   unsigned long same = 0;
-  while (same + kStride <= most && std::memcmp(a.bytes + same, b.bytes + same, kStride) == 0)
-    same += kStride;
-  while (same < most && a.bytes[same] == b.bytes[same])
-    ++same;
+  for (const unsigned long stride : kStrides) {
+    while (same + stride <= most && std::memcmp(a.bytes + same, b.bytes + same, stride) == 0)
+      same += stride;
+  }
   return same;
 }
 
@@ -129,22 +139,74 @@ LineRead readLogicalLine(char* raw, char* line, unsigned long size, FILE* file,
 }
 
 LineReader::LineReader(Continuations continuations) : continuations_(continuations) {
-  raw_[0] = '\0';
+  rawBuffer_[0] = '\0';
   line_[0] = '\0';
 }
 
 bool LineReader::next() {
   continuesPiece_ = last_.cut;
-  last_ = readLogical(raw_, line_, sizeof raw_, BlockText(cursor_), continuations_);
+  lineIsMade_ = !takeWhole();
+  if (!lineIsMade_) return true;
+  last_ = readLogical(rawBuffer_, line_, sizeof rawBuffer_, BlockText(cursor_), continuations_);
+  raw_ = rawBuffer_;
   return last_.rawLength > 0;
 }
 
-// What is in memory, when the next line begins there and ends with its newline.
+// Takes the next line where it lies in memory, if it is there with its newline and goes on nowhere.
+// A byte behind it is asked for, so that looking for a further line does not move the block.
+bool LineReader::takeWhole() {
+  const std::size_t available = cursor_.available();
+  if (available == 0) return false;
+  const char* const from = reinterpret_cast<const char*>(cursor_.bytes());
+  const void* newline =
+      std::memchr(from, '\n', std::min<std::size_t>(available, kGenRegLineSize) - 1);
+  if (newline == nullptr) return false;
+  const std::size_t length = distance(from, newline) + 1;
+  const bool escaped = length > 1 && from[length - 2] == '\\';
+  if (escaped && continuations_ == Continuations::kJoined) return false;
+  last_ = {};
+  last_.rawLength = static_cast<unsigned long>(length);
+  raw_ = from;
+  cursor_.skip(length);
+  return true;
+}
+
+// A line that was taken where it lies is copied only when it is asked for.
+char* LineReader::line() {
+  if (lineIsMade_) return line_;
+  char* end = line_;
+  (void)appendPhysical(raw_, last_.rawLength, end, continuations_);  // ends with this line
+  *end = '\0';
+  lineIsMade_ = true;
+  return line_;
+}
+
+bool LineReader::mayHold(const char* text, unsigned long length) const {
+  const char* const bytes = lineIsMade_ ? line_ : raw_;
+  const unsigned long size = lineIsMade_ ? std::strlen(line_) : last_.rawLength;
+  return findText(reinterpret_cast<const unsigned char*>(bytes), size, text, length) != nullptr;
+}
+
+Passage LineReader::passOver(const char* text, unsigned long length) {
+  const Passage ahead = linesAhead();
+  const unsigned char* const found = findText(ahead.bytes, ahead.length, text, length);
+  return skipLines(found != nullptr ? static_cast<unsigned long>(found - ahead.bytes)
+                                    : ahead.length);
+}
+
+// What is in memory, when the next line begins there: where lines can be joined, up to the first
+// that can be.
 Passage LineReader::linesAhead() {
   const bool atLine = last_.rawLength == 0 || endsWithNewline();
-  if (!atLine || continuations_ == Continuations::kJoined) return {};
-  if (!BlockText(cursor_).more()) return {};
-  return {cursor_.bytes(), static_cast<unsigned long>(cursor_.available())};
+  if (!atLine || last_.cut || !BlockText(cursor_).more()) return {};
+  const unsigned char* const from = cursor_.bytes();
+  std::size_t length = cursor_.available();
+  if (continuations_ == Continuations::kJoined) {
+    length = std::min(length, kJoinWindow);
+    const void* escape = std::memchr(from, '\\', length);
+    if (escape != nullptr) length = distance(from, escape);
+  }
+  return {from, static_cast<unsigned long>(length)};
 }
 
 // Steps over the lines that end within the next `most` bytes.

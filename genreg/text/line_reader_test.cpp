@@ -152,6 +152,62 @@ TEST(LineReader, KnowsTheLastLine) {
   EXPECT_TRUE(reader->isLast());
 }
 
+TEST(LineReader, KeepsTheRawBytesWhileItLooksForAFurtherLine) {
+  Reader reader("a\nb\n");
+  ASSERT_TRUE(reader->next());
+  EXPECT_FALSE(reader->isLast());
+  EXPECT_EQ(reader.raw(), "a\n");
+  ASSERT_TRUE(reader->next());
+  EXPECT_TRUE(reader->isLast());
+  EXPECT_EQ(reader.raw(), "b\n");
+}
+
+TEST(LineReader, DropsABackslashBeforeANulWhereverTheLineLies) {
+  Reader reader(std::string("a\\\0b\\\nc\\\0\n", 11));
+  ASSERT_TRUE(reader->next());
+  EXPECT_STREQ(reader->line(), "a");
+  ASSERT_TRUE(reader->next());
+  EXPECT_STREQ(reader->line(), "c");
+}
+
+std::string passedOver(Reader& reader, const std::string& text) {
+  const genreg::Passage lines = reader->passOver(text.data(), text.size());
+  return std::string(reinterpret_cast<const char*>(lines.bytes), lines.length);
+}
+
+TEST(LineReader, PassesOverWholeLinesBeforeTheText) {
+  Reader reader("a\nb x\ny key\nc\n");
+  EXPECT_EQ(passedOver(reader, "key"), "a\nb x\n");
+  EXPECT_EQ(passedOver(reader, "key"), "");
+  ASSERT_TRUE(reader->next());
+  EXPECT_STREQ(reader->line(), "y key\n");
+  EXPECT_EQ(passedOver(reader, "key"), "c\n");
+  EXPECT_FALSE(reader->next());
+}
+
+TEST(LineReader, LeavesLinesThatAreJoinedToNext) {
+  Reader reader("a\nb\\\nkey\nc\nd\\x\nkey\n", Continuations::kJoined);
+  EXPECT_EQ(passedOver(reader, "key"), "a\n");
+  ASSERT_TRUE(reader->next());
+  EXPECT_STREQ(reader->line(), "bkey\n");
+  EXPECT_EQ(passedOver(reader, "key"), "c\n");
+  ASSERT_TRUE(reader->next());
+  EXPECT_STREQ(reader->line(), "d\\x\n");
+  EXPECT_EQ(passedOver(reader, "key"), "");
+  ASSERT_TRUE(reader->next());
+  EXPECT_STREQ(reader->line(), "key\n");
+}
+
+TEST(LineReader, PassesOverNothingInsideAPieceOfAJoinedLine) {
+  const std::string text = std::string(2045, 'x') + "\\\n";
+  Reader reader(text + "b\nc\n", Continuations::kJoined);
+  ASSERT_TRUE(reader->next());
+  EXPECT_EQ(passedOver(reader, "key"), "");
+  ASSERT_TRUE(reader->next());
+  EXPECT_TRUE(reader->isPiece());
+  EXPECT_EQ(passedOver(reader, "key"), "c\n");
+}
+
 TEST(LineReader, ReadErrorEndsTheLinesAndIsTold) {
   const TempDir folder;
   Reader reader("a\n");
@@ -190,21 +246,27 @@ TEST(LineBuilder, StaysTooLong) {
   EXPECT_EQ(line.length(), 0U);
 }
 
-TEST(TakeLine, StopsAtTheNewlineAndAtItsSize) {
+TEST(TakenLength, StopsAtTheNewlineAndAtTheRoom) {
+  EXPECT_EQ(genreg::takenLength("ab\ncd"), 2U);
+  EXPECT_EQ(genreg::takenLength("ab"), 2U);
+  EXPECT_EQ(genreg::takenLength(std::string(5000, 'x').c_str()), 2047U);
+  EXPECT_EQ(genreg::takenLength(""), 0U);
+}
+
+TEST(TakeLine, TakesWhatItIsToldAndTerminatesIt) {
   char own[kGenRegLineSize];
-  genreg::takeLine(own, "ab\ncd");
+  genreg::takeLine(own, "ab\ncd", 2);
   EXPECT_STREQ(own, "ab");
-  genreg::takeLine(own, std::string(5000, 'x').c_str());
+  genreg::takeLine(own, std::string(2047, 'x').c_str(), 2047);
   EXPECT_EQ(std::strlen(own), 2047U);
-  genreg::takeLine(own, "");
+  genreg::takeLine(own, "", 0);
   EXPECT_STREQ(own, "");
 }
 
-TEST(CutComment, CutsAtTheFirstMark) {
+TEST(FindMark, GivesTheFirstOne) {
   char line[] = "a # b # c";
-  EXPECT_STREQ(genreg::cutComment(line), " b # c");
-  EXPECT_STREQ(line, "a ");
-  EXPECT_EQ(genreg::cutComment(line), nullptr);
+  EXPECT_EQ(genreg::findMark(line, '#'), line + 2);
+  EXPECT_EQ(genreg::findMark(line, ':'), nullptr);
 }
 
 }  // namespace

@@ -13,6 +13,7 @@ Continuations continuationsOf(const GenRegText& store) {
 }
 
 void LineRecord::allocate(unsigned probe, unsigned long maxRecord) {
+  if (maxRecord == maxRecord_ && scratch_.block() != nullptr) return;  // a scan's, from before
   maxRecord_ = maxRecord;
   (void)scratch_.reserve(probe, maxRecord);  // reported to the operation
 }
@@ -30,8 +31,17 @@ LineStep LineRecord::next(Operation& op, GenRegStatus readFailure) {
   return LineStep::kFailed;
 }
 
+GenRegStatus LineRecord::parseLine(void* record) {
+  const GenRegLineSlots* slots = store_.lineSlots;
+  const bool hasWay = slots != nullptr && slots->parseLine == store_.parseLine;
+  if (!hasWay || slots->parseText == nullptr || !reader_.isInPlace()) {
+    return statusOf(store_.parseLine(record, reader_.line()));
+  }
+  return statusOf(slots->parseText(record, reader_.raw(), reader_.rawLength() - 1));
+}
+
 bool LineRecord::parseInto(Operation& op, void* record) {
-  const GenRegStatus rc = statusOf(store_.parseLine(record, reader_.line()));
+  const GenRegStatus rc = parseLine(record);
   if (rc == status::ok) return true;
   if (!tried_) op.note(411, status::line_not_parsed, rc);
   std::memset(record, 0, maxRecord_);

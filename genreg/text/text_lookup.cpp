@@ -29,6 +29,7 @@ class TextSearch {
   void allocate(Operation& op);
   void release();
   void clearResult() { std::memset(result_, 0, maxRecord_); }
+  BlockCursor& cursor() { return stored_->cursor(); }
   Found find(Operation& op);
 
  private:
@@ -71,7 +72,6 @@ void TextSearch::checkKey(Operation& op) {
 }
 
 Found TextSearch::find(Operation& op) {
-  if (own_.has_value()) own_->cursor().readFrom(store_.registryStream, 0, store_.registrySize);
   const LineFilter filter(store_, mask_, everyLine_ ? nullptr : key_);
   for (;;) {
     while (filter.passOver(stored_->text()).length > 0)
@@ -86,7 +86,7 @@ Found TextSearch::find(Operation& op) {
 }
 
 bool TextSearch::isTaken(Operation& op, const LineFilter& filter) {
-  if (!filter.mayAgree(stored_->text().line())) return false;
+  if (!filter.mayAgree(stored_->text())) return false;
   stored_->parse(op);
   return stored_->isParsed() && matches(op, store_, mask_, stored_->record(), key_);
 }

@@ -19,13 +19,17 @@
 #include "genreg/text/line_io.h"
 
 // A text format's way round parsing the lines that a lookup passes over or an update only carries
-// along. It is used only while the object still has the slots named here.
+// along, and round copying those that it parses. It is used only while the object still has the
+// slots named here that it stands in for.
 struct GenRegLineSlots {
   GenRegBase::MatchRecordSlot matchRecord;
   int (*parseLine)(void* record, char* line);
   // A text that every logical line holds whose record agrees with `key` on the fields in `mask`;
   // null when there is none.
   const char* (*requiredText)(unsigned long long mask, const void* key);
+  // parseLine for a line where it lies in a file's block: `length` bytes, at most 2046 and no NUL
+  // among them, with a newline behind them. They are only read. May be null.
+  int (*parseText)(void* record, const char* text, unsigned long length);
 };
 
 class VRXGENREG_API GenRegText : public GenRegFile {

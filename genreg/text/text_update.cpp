@@ -95,7 +95,7 @@ void TextEdit::treatLines(Operation& op, Edit& edit, void* compared) {
     if (step == LineStep::kFailed) stopped_ = true;
     if (!stopped_ && stored_.text().hasNul()) stopAtNul(op);
     if (stopped_) break;
-    if (filter.mayAgree(stored_.text().line())) stored_.parse(op);
+    if (filter.mayAgree(stored_.text())) stored_.parse(op);
     edit.treat(op);
   }
   writeOut(op);  // an abandoned copy, too, has what comes before the end
@@ -269,7 +269,7 @@ void TextChange::treat(Operation& op) {
 // is not the end of anything.
 bool TextChange::lacksNewline() {
   LineReader& text = stored_.text();
-  return !text.isPiece() && std::strchr(text.raw(), '\n') == nullptr;
+  return !text.isPiece() && std::memchr(text.raw(), '\n', text.rawLength()) == nullptr;
 }
 
 void TextChange::rewriteLine(Operation& op) {
@@ -277,7 +277,8 @@ void TextChange::rewriteLine(Operation& op) {
   if (stopped_) return;
   if (store_.formatLine == nullptr) return stop(op, 810, status::no_format_slot);
   char line[kGenRegLineSize];
-  std::memcpy(line, stored_.text().raw(), stored_.text().rawLength() + 1);
+  std::memcpy(line, stored_.text().raw(), stored_.text().rawLength());
+  line[stored_.text().rawLength()] = '\0';
   const GenRegStatus rc = statusOf(store_.formatLine(newRecord_, line));
   if (rc != status::ok) return stop(op, 811, status::record_not_formatted, rc);
   write(op, line, std::strlen(line));

@@ -32,15 +32,24 @@ class LineBuilder {
   bool tooLong_ = false;
 };
 
-// Copies as much of `line` as a record's own line of kGenRegLineSize bytes holds, up to its first
-// newline, and terminates it.
-void takeLine(char (&own)[kGenRegLineSize], const char* line);
+// How much of `line` a record takes into its own line: up to its first newline, and no more than
+// the record has room for.
+unsigned long takenLength(const char* line);
 
-// Replaces the first "#" by a NUL and returns the text behind it; null when there is none.
-char* cutComment(char* line);
+// Copies so much of a line, and terminates it.
+void takeLine(char (&own)[kGenRegLineSize], const char* line, unsigned long length);
 
-// StripWhiteSpace without scratch memory: the result is never longer than the text.
-void collapseWhiteSpace(char* text);
+// The first `mark` in a text; null when there is none. For the short fields of a line that was
+// taken a moment ago: a byte just written can be read at once, many together have to wait.
+inline char* findMark(char* text, char mark) {
+  while (*text != mark && *text != '\0')
+    ++text;
+  return *text == mark ? text : nullptr;
+}
+
+// The same with the text before the first "#" as StripWhiteSpace leaves it, and behind its
+// terminator what follows the "#", as CleanString leaves it. Returns that; null without a "#".
+char* takeStripped(char (&own)[kGenRegLineSize], const char* line, unsigned long length);
 
 // Whether two texts agree; a missing one is an empty one.
 bool sameText(const char* a, const char* b);

@@ -3,8 +3,6 @@
 #pragma once
 
 #include <cstring>
-#include <functional>
-#include <optional>
 
 #include "genreg/text/internal/line_reader.h"
 #include "genreg/text/text_store.h"
@@ -24,26 +22,22 @@ class LineFilter {
       return;
     }
     text_ = slots->requiredText(mask, key);
-    if (text_ == nullptr) return;
-    const auto* bytes = reinterpret_cast<const unsigned char*>(text_);
-    search_.emplace(bytes, bytes + std::strlen(text_));
+    if (text_ != nullptr) length_ = std::strlen(text_);
   }
 
-  // False when the line's record would not agree with the key.
-  bool mayAgree(const char* line) const {
-    return text_ == nullptr || std::strstr(line, text_) != nullptr;
+  // False when the record of the reader's line would not agree with the key.
+  bool mayAgree(const LineReader& reader) const {
+    return text_ == nullptr || reader.mayHold(text_, length_);
   }
 
   // Steps over lines in memory whose records would not agree, and gives them.
   Passage passOver(LineReader& reader) const {
-    return search_.has_value() ? reader.passOver(*search_) : Passage{};
+    return text_ != nullptr ? reader.passOver(text_, length_) : Passage{};
   }
 
  private:
-  using Search = std::boyer_moore_horspool_searcher<const unsigned char*>;
-
   const char* text_ = nullptr;
-  std::optional<Search> search_;
+  unsigned long length_ = 0;
 };
 
 }  // namespace genreg

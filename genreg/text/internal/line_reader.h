@@ -45,14 +45,9 @@ class LineReader {
   bool next();
 
   // Steps over whole lines that are in memory, from the next one on, and gives them: those before
-  // the first that may hold what `search`, a searcher of the standard library, looks for. None
-  // where a backslash can join lines. What is given stays until the next step.
-  template <class Search>
-  Passage passOver(const Search& search) {
-    const Passage ahead = linesAhead();
-    const auto found = search(ahead.bytes, ahead.bytes + ahead.length).first;
-    return skipLines(static_cast<unsigned long>(found - ahead.bytes));
-  }
+  // the first that may hold `text`, a string of `length` bytes without a newline. Lines that can be
+  // joined, and those behind them, are left to next(). What is given stays until the next step.
+  Passage passOver(const char* text, unsigned long length);
   // The same for lines that `other` has, too.
   bool passOverSame(LineReader& other);
   // Whether the file could not be read.
@@ -60,8 +55,14 @@ class LineReader {
   // Whether no further line comes.
   bool isLast();
 
-  char* line() { return line_; }  // the logical line, for the format's parser
-  char* raw() { return raw_; }    // the bytes as they stand in the file, terminated
+  // The logical line, terminated, for the format's parser.
+  char* line();
+  // Whether that is raw() and a terminator, and nothing has been copied yet.
+  bool isInPlace() const { return !lineIsMade_ && !hasNul(); }
+  // False when the logical line does not hold `text`, a string of `length` bytes.
+  bool mayHold(const char* text, unsigned long length) const;
+  // The bytes as they stand in the file, rawLength() of them. They stay until the next step.
+  const char* raw() const { return raw_; }
   unsigned long rawLength() const { return last_.rawLength; }
   bool endsWithNewline() const;
   bool hasNul() const;
@@ -71,12 +72,15 @@ class LineReader {
  private:
   Passage linesAhead();
   Passage skipLines(unsigned long most);
+  bool takeWhole();
 
   const Continuations continuations_;
   BlockCursor cursor_;
   LineRead last_;
   bool continuesPiece_ = false;
-  char raw_[kGenRegLineSize];
+  bool lineIsMade_ = true;
+  const char* raw_ = rawBuffer_;  // or where the line lies in the cursor's block
+  char rawBuffer_[kGenRegLineSize];
   char line_[kGenRegLineSize];
 };
 

@@ -47,6 +47,8 @@ class LineRecord {
   bool isParsed() const { return parsed_; }
 
  private:
+  GenRegStatus parseLine(void* record);
+
   GenRegText& store_;
   LineReader reader_;
   ScratchBuffer scratch_;
