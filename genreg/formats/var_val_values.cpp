@@ -2,6 +2,7 @@
 // Building a profile object, and its typed lookups.
 #include <algorithm>
 #include <cstdlib>
+#include <cstring>
 #include <limits>
 
 #include "genreg/formats/internal/line_slots.h"

@@ -8,6 +8,7 @@
 
 #include "genreg/internal/function_ids.h"
 #include "genreg/text/text_store.h"
+#include "platform/osse/trace.h"
 #include "tests/support/captured_log.h"
 #include "tests/support/faults.h"
 #include "tests/support/text_records.h"
@@ -442,6 +443,23 @@ TEST_F(TextUpdate, FileKeepsItsMode) {
   ASSERT_EQ(chmod(path_.c_str(), 0640), 0);
   ASSERT_EQ(change("A", ProfileLine("A", "2")), 0U);
   EXPECT_EQ(vrxtest::modeOf(path_), 0640);
+}
+
+// --- trace
+
+void keepFinding(const GTraceEvent* event, void* context) {
+  if (event->kind != GTraceKind::variable || event->function != genreg::kGenRegTextAdd) return;
+  static_cast<std::string*>(context)->append(static_cast<const char*>(event->data), event->size);
+}
+
+TEST_F(TextUpdate, DuplicateIsNamedInTheTrace) {
+  fill("A = 1\n");
+  profile_.features = kGenRegVerifyCommit;
+  std::string finding;
+  ASSERT_EQ(gtraceAttach(keepFinding, &finding), 0U);
+  EXPECT_EQ(add(kVarValVariable, ProfileLine("A", "2")), status::duplicate_record);
+  ASSERT_EQ(gtraceDetach(), 0U);
+  EXPECT_EQ(finding, "Match found; duplicate record");
 }
 
 }  // namespace
