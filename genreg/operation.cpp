@@ -29,14 +29,6 @@ constexpr unsigned long kLogTextSize = kGenRegPathSize + 64;
 
 }  // namespace
 
-Operation::Operation(FunctionId function, const char* path) : function_(function), path_(path) {
-  if (gtraceIsEnabled()) gtraceEntry(function_);
-}
-
-Operation::~Operation() {
-  if (gtraceIsEnabled()) gtraceExit(function_, status_);
-}
-
 GenRegStatus Operation::keep(GenRegStatus code) {
   if (status_ == status::ok) status_ = code;
   return status_;

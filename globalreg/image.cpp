@@ -157,8 +157,17 @@ bool isStable(const unsigned char* image, unsigned long length, const Layout& la
   return entries.at == entries.end;
 }
 
-unsigned examine(unsigned wanted, const void* stored, unsigned long length, unsigned long long mask,
-                 const void* key) {
+void unpackTo(const void* image, void* record) {
+  const auto* bytes = static_cast<const unsigned char*>(image);
+  auto* out = static_cast<unsigned char*>(record);
+  std::memset(out, 0, kRecordSize);
+  readImage(bytes, *layoutOf(recordType(bytes)), out);
+}
+
+}  // namespace
+
+unsigned globalreg::examineImage(unsigned wanted, const void* stored, unsigned long length,
+                                 unsigned long long mask, const void* key) {
   const auto* image = static_cast<const unsigned char*>(stored);
   if (length < kBodyOffset + kTrailerSize) return 0;
   const Layout* layout = layoutOf(recordType(image));
@@ -178,19 +187,10 @@ unsigned examine(unsigned wanted, const void* stored, unsigned long length, unsi
   return found;
 }
 
-void unpackTo(const void* image, void* record) {
-  const auto* bytes = static_cast<const unsigned char*>(image);
-  auto* out = static_cast<unsigned char*>(record);
-  std::memset(out, 0, kRecordSize);
-  readImage(bytes, *layoutOf(recordType(bytes)), out);
-}
-
-}  // namespace
-
 const GenRegImageSlots globalreg::kImageSlots = {GlobalReg::MatchRecord,
                                                  GlobalReg::GetMaxRecordSize,
                                                  GlobalReg::PackRecord,
                                                  GlobalReg::UnpackRecord,
                                                  GlobalReg::GetPackedRecordSize,
-                                                 examine,
+                                                 examineImage,
                                                  unpackTo};

@@ -9,6 +9,7 @@
 
 #include "genreg/internal/operation.h"
 #include "globalreg/global_reg.h"
+#include "globalreg/internal/copy_short.h"
 #include "globalreg/internal/fields.h"
 #include "globalreg/internal/image.h"
 #include "platform/osse/memory.h"
@@ -165,28 +166,6 @@ void packLarge(genreg::Operation& op, std::size_t size, const Plan& plan, unsign
   if (packed != status::ok) op.fail(3, packed);
   if (const GenRegStatus rc = ossMemFree(work, __FILE__, __LINE__); rc != status::ok) {
     op.fail(4, status::packing_memory_not_released, rc);
-  }
-}
-
-// Copies `count` bytes, `count` at least `chunk`: the last chunk may overlap the one before it.
-template <std::size_t chunk>
-void copyInChunks(unsigned char* to, const unsigned char* from, std::size_t count) {
-  for (std::size_t at = 0; at + chunk <= count; at += chunk)
-    std::memcpy(to + at, from + at, chunk);
-  std::memcpy(to + count - chunk, from + count - chunk, chunk);
-}
-
-// A record is read by a dozen short copies, most of which are done before memcpy is called.
-void copyShort(unsigned char* to, const unsigned char* from, std::size_t count) {
-  if (count > 64) {
-    std::memcpy(to, from, count);
-  } else if (count >= 16) {
-    copyInChunks<16>(to, from, count);
-  } else if (count >= 4) {
-    copyInChunks<4>(to, from, count);
-  } else {
-    for (std::size_t i = 0; i < count; ++i)
-      to[i] = from[i];
   }
 }
 

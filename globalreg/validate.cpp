@@ -26,19 +26,18 @@ bool acceptable(const Field& field, const unsigned char* record) {
 
 // The code of the first present field that breaks its rule.
 GenRegStatus checkContents(const Layout& layout, const unsigned char* record) {
-  const std::uint64_t present = fieldMask(record);
-  for (const Field& field : layout) {
-    if ((present & layout.bit(field)) != 0 && !acceptable(field, record)) return field.contentCode;
+  const Field* field = layout.fields;
+  for (std::uint64_t rest = fieldMask(record) & layout.known; rest != 0; rest >>= 1, ++field) {
+    if ((rest & 1) != 0 && !acceptable(*field, record)) return field->contentCode;
   }
   return status::ok;
 }
 
 // The code of the first required field that is absent.
 GenRegStatus checkPresence(const Layout& layout, std::uint64_t required, std::uint64_t present) {
-  const std::uint64_t absent = required & ~present;
-  for (const Field& field : layout) {
-    if ((absent & layout.bit(field)) != 0 && field.absentCode != status::ok)
-      return field.absentCode;
+  const Field* field = layout.fields;
+  for (std::uint64_t rest = required & ~present & layout.known; rest != 0; rest >>= 1, ++field) {
+    if ((rest & 1) != 0 && field->absentCode != status::ok) return field->absentCode;
   }
   return status::ok;
 }

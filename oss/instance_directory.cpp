@@ -33,6 +33,14 @@ GlobalRegRecord makeKey(const char* service, unsigned long long versionCode, con
   return record;
 }
 
+// The same as makeKey of the service alone, in a record of which nothing else is looked at.
+void setListKey(GlobalRegRecord& key, const char* service) {
+  key.RecordType = kGlobalRegInstance;
+  key.FieldMask = kInstanceService;
+  key.MissingFieldMask = 0;
+  copyText(key.Instance.Service, service);
+}
+
 void putFlags(GlobalRegRecord& record, unsigned long long flags) {
   if ((flags & kInstanceFlagStartAtBoot) != 0) {
     record.Instance.StartAtBoot = kSwitchedOn;
@@ -116,7 +124,9 @@ GenRegStatus ossOpenInstanceList(char* service, void** handle, bool hostWideOnly
   Operation op(genreg::kOssOpenInstanceList);
   if (handle == nullptr) return op.fail(1, status::list_handle_null);
   if (service == nullptr) return op.fail(2, status::list_filter_null);
-  return openList(op, handle, hostWideOnly, service, status::ok);
+  const GenRegStatus rc = openList(op, handle, hostWideOnly, service, status::ok);
+  if (rc == status::ok) static_cast<List*>(*handle)->imageSlots = &kInstanceListSlots;
+  return rc;
 }
 
 GenRegStatus ossOpenInstanceList(char* service, void** handle) {
@@ -127,10 +137,17 @@ GenRegStatus ossGetNextInstance(void* handle, OSSInstanceInfo_t* out) {
   Operation op(genreg::kOssGetNextInstance);
   if (handle == nullptr) return op.fail(1, status::list_handle_null);
   if (out == nullptr) return op.fail(2, status::instance_info_null);
-  GlobalRegRecord key = makeKey(static_cast<GlobalReg*>(handle)->ListService, 0, nullptr);
-  GlobalRegRecord found;  // whole after a success
+  auto* list = static_cast<List*>(handle);
+  GlobalRegRecord key;
+  setListKey(key, list->ListService);
+  ListedInstance found;
+  found.instance = out;
+  found.given = &list->given;
+  found.isFilled = false;
   const GenRegStatus rc = nextRecord(op, handle, key, &found, status::instance_list_failed);
-  if (rc == status::ok) toInfo(found, out);
+  if (rc != status::ok || found.isFilled) return rc;
+  toInfo(found.record, out);
+  list->given.instance = nullptr;  // other texts stand there now
   return rc;
 }
 

@@ -15,14 +15,20 @@
 
 #include "genreg/internal/function_ids.h"
 #include "genreg/status.h"
+#include "platform/osse/trace.h"
 
 namespace genreg {
 
 class Operation {
  public:
   // `path` names the file concerned in log entries; null for none. It must outlive the object.
-  explicit Operation(FunctionId function, const char* path = nullptr);
-  ~Operation();
+  explicit Operation(FunctionId function, const char* path = nullptr)
+      : function_(function), path_(path) {
+    if (gtraceIsEnabled()) gtraceEntry(function_);
+  }
+  ~Operation() {
+    if (gtraceIsEnabled()) gtraceExit(function_, status_);
+  }
   Operation(const Operation&) = delete;
   Operation& operator=(const Operation&) = delete;
 

@@ -40,7 +40,10 @@ class EntryReader {
 // Fills a zeroed record from an image that ends within its frame.
 void readImage(const unsigned char* image, const Layout& layout, unsigned char* record);
 
-// What an image tells without being unpacked.
+// What an image tells without being unpacked, as GenRegImageSlots::examine.
+unsigned examineImage(unsigned wanted, const void* image, unsigned long length,
+                      unsigned long long mask, const void* key);
+
 extern const GenRegImageSlots kImageSlots;
 
 }  // namespace globalreg
