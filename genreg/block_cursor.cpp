@@ -101,7 +101,7 @@ std::size_t BlockCursor::read(void* to, std::size_t count) {
   std::size_t got = 0;
   while (got < count) {
     const ssize_t step = ::read(descriptor_, static_cast<unsigned char*>(to) + got, count - got);
-    if (step < 0 && errno == EINTR) continue;
+    if (step < 0 && errno == EINTR) continue;  // Unreached: network file systems may be interrupted
     if (step <= 0) break;
     got += static_cast<std::size_t>(step);
   }

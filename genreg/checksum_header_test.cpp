@@ -396,6 +396,17 @@ TEST_F(ChecksumHeader, EveryFailureOfAFirstStampingIsReportedAndCommitsNothing) 
   }
 }
 
+TEST_F(ChecksumHeader, FailedStampIsNotSynced) {
+  writeFile(files.registry, one);
+  PlainRegistry registry(files.registry, kStamps);
+  ASSERT_EQ(registry.OpenReg(kGenRegChange), 0u);
+  ASSERT_EQ(std::fwrite(two.data(), 1, two.size(), registry.temporaryStream), two.size());
+  const vrxtest::CallCount syncs(Call::kFsync);
+  const FailCall fault(Call::kMemAlloc, 1, ENOMEM);
+  EXPECT_EQ(registry.CloseReg(kGenRegChange), 0x900001EBu);
+  EXPECT_EQ(syncs.calls(), 0);
+}
+
 TEST_F(ChecksumHeader, FailureOfALaterStampingCommitsNothing) {
   PlainRegistry registry(files.registry, kStamps);
   stampOne(registry);
@@ -427,6 +438,33 @@ TEST_F(ChecksumHeader, FailedCommitKeepsTheFlag) {
   const FailCall fault(Call::kRename, 1, EIO);
   EXPECT_EQ(add(registry, "two"), 0x900001C6u);
   EXPECT_EQ(registry.copyLacksHeader, 1u);
+}
+
+// Sparse files: a checksum counts its bytes in an int.
+constexpr off_t kThreeGibibytes = off_t{3} << 30;
+
+TEST_F(ChecksumHeader, FileTooLargeToBeCheckedIsReadAsFrames) {
+  writeFile(files.registry, one);
+  ASSERT_EQ(truncate(files.registry.c_str(), kThreeGibibytes), 0);
+  PlainRegistry registry(files.registry, kStamps);
+  EXPECT_EQ(get(registry, "one"), 0u);
+}
+
+TEST_F(ChecksumHeader, HeaderThatCannotBeReadIsTakenForNone) {
+  writeFile(files.registry, two + one);
+  PlainRegistry registry(files.registry, kStamps);
+  const FailCall fault(Call::kFseeko, 1, EIO);
+  EXPECT_EQ(get(registry, "one"), 0u);
+  EXPECT_TRUE(fault.fired());
+}
+
+TEST_F(ChecksumHeader, CopyTooLargeToBeStampedIsNotCommitted) {
+  writeFile(files.registry, one);
+  PlainRegistry registry(files.registry, kStamps);
+  ASSERT_EQ(registry.OpenReg(kGenRegChange), 0u);
+  ASSERT_EQ(ftruncate(fileno(registry.temporaryStream), kThreeGibibytes), 0);
+  EXPECT_EQ(registry.CloseReg(kGenRegChange), 0x900001EBu);
+  EXPECT_EQ(readFile(files.registry), one);
 }
 
 }  // namespace

@@ -167,6 +167,16 @@ TEST_F(Guards, LockThatCannotBeTakenIsReportedAndNotReleased) {
   EXPECT_EQ(log.count(kGenRegFileUnLock), 0);
 }
 
+TEST_F(Guards, LockThatWasHeldBeforeStaysHeld) {
+  PlainRegistry registry(files.registry);
+  ASSERT_EQ(registry.Lock(kExclusive, 0), 0u);
+  { const HeldLock refused(op, registry, kExclusive); }
+  EXPECT_EQ(op.status(), 0x900001BCu);
+  PlainRegistry other(files.registry);
+  EXPECT_NE(other.Lock(kExclusive, 0), 0u);
+  EXPECT_EQ(registry.UnLock(), 0u);
+}
+
 TEST_F(Guards, LockThatCannotBeReleasedIsReported) {
   for (const Call call : {Call::kHandleUnlock, Call::kHandleClose}) {
     Operation own(kGenRegBinAdd);

@@ -134,6 +134,28 @@ TEST_F(RegistryAppend, AbandonedAppendIsCutOffWithoutASpareDescriptor) {
   expectOld();
 }
 
+TEST_F(RegistryAppend, WriteErrorBeforeTheCloseOfAnAppendIsNotForgotten) {
+  PlainRegistry registry(files.registry, kGenRegDuplicates);
+  beginAppend(registry);
+  {
+    const FailCall fault(Call::kFwrite, 1, ENOSPC);
+    EXPECT_EQ(std::fwrite("more", 1, 4, registry.registryStream), 0u);
+  }
+  EXPECT_EQ(registry.CloseReg(kGenRegAdd), 0x900001C7u);
+  expectOld();
+}
+
+TEST_F(RegistryAppend, AbandonedAppendThatCannotBeClosedIsReportedWithoutASpareDescriptor) {
+  PlainRegistry registry(files.registry, kGenRegDuplicates);
+  beginAppend(registry);
+  const FailCall spare(Call::kOtherFcntl, 2, EMFILE);
+  const FailCall fault(Call::kFclose, 1, EIO);
+  EXPECT_EQ(registry.CloseReg(kGenRegRead), 0x900001C7u);
+  EXPECT_TRUE(spare.fired());
+  EXPECT_TRUE(fault.fired());
+  expectOld();
+}
+
 TEST_F(RegistryAppend, AppendThatCannotBeCutOffIsReported) {
   PlainRegistry registry(files.registry, kGenRegDuplicates);
   beginAppend(registry);

@@ -358,6 +358,15 @@ TEST_F(RegistryClose, RegistryThatCannotBeClosedLeavesTheCopyOpen) {
   expectOld();
 }
 
+TEST_F(RegistryClose, FailedRenameSyncsNoDirectory) {
+  PlainRegistry registry(files.registry, 0);
+  beginUpdate(registry);
+  const CallCount syncs(Call::kFsync);
+  const FailCall fault(Call::kRename, 1, EIO);
+  EXPECT_EQ(registry.CloseReg(kGenRegChange), 0x900001E2u);
+  EXPECT_EQ(syncs.calls(), 1) << "the copy's";
+}
+
 TEST_F(RegistryClose, FailedSyncIsNotAskedAgain) {
   PlainRegistry registry(files.registry, 0);
   beginUpdate(registry);

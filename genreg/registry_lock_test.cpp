@@ -314,11 +314,12 @@ TEST_F(RegistryLock, WaitingLockIsGrantedOnlyAfterTheRelease) {
   ASSERT_EQ(registry.Lock(kExclusiveWait, 0), 0u);
   Child waiter([&](Child::Gate& gate) {
     PlainRegistry other(files.registry);
-    gate.pass();
+    const vrxtest::BeforeCall asking(Call::kLockFcntl, 1, [&] { gate.pass(); });
     EXPECT_EQ(other.Lock(kExclusiveWait, 0), 0u);
     EXPECT_TRUE(vrxtest::pathExists(files.registry)) << "granted while it was held";
   });
   ASSERT_TRUE(waiter.awaitPause());
+  waiter.awaitSleep();
   vrxtest::writeFile(files.registry, "");
   EXPECT_EQ(registry.UnLock(), 0u);
   EXPECT_EQ(waiter.wait(), 0);

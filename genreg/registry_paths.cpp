@@ -45,10 +45,12 @@ bool join(char (&path)[kGenRegPathSize], std::initializer_list<std::string_view>
   return true;
 }
 
-// The companions of a registry: visible ones beside its whole name, hidden ones in its folder, which
-// is given as "dir/" or as nothing, before its base name. False when any name would be cut.
+// The companions of a registry: visible ones beside its whole name, hidden ones in its folder,
+// which is given as "dir/" or as nothing, before its base name. False when any name would be cut.
 bool formPaths(RegistryPaths& paths, std::string_view registry, std::string_view folder,
                std::string_view base) {
+  // Unreached: the corrupt copy's name is as long as the temporary copy's, the backup's is shorter
+  // than the lock's, and the registry's shorter than all.
   return join(paths.registry, {registry}) && join(paths.temporary, {registry, ".tmp"}) &&
          join(paths.corrupt, {registry, ".cor"}) &&
          join(paths.lock, {folder, ".", base, ".lock"}) &&

@@ -403,4 +403,25 @@ TEST(RegistryLinks, LinkThatCannotBeReadLeavesAllFive) {
   }
 }
 
+TEST(RegistryLinks, LinkWhoseDirectoryCannotBeTakenLeavesAllFive) {
+  for (const char* target : {"real", "/nowhere/real"}) {
+    const TempDir folder;
+    makeLink(target, folder.file("reg"));
+    PlainRegistry registry(folder.file("reg"));
+    const vrxtest::FailCall fault(vrxtest::Call::kDirectoryName, 1, ENAMETOOLONG);
+    EXPECT_EQ(registry.GetAndSetRealRegistryPaths(), 0u);
+    EXPECT_TRUE(fault.fired()) << target;
+    EXPECT_EQ(pathsOf(registry), besideFile(folder.path(), "reg")) << target;
+  }
+}
+
+// Its directory's form has one slash more than the target.
+TEST(RegistryLinks, TargetInTheRootThatNoLongerFitsLeavesAllFive) {
+  const TempDir folder;
+  makeLink("/" + std::string(1022, 'n'), folder.file("reg"));
+  PlainRegistry registry(folder.file("reg"));
+  EXPECT_EQ(registry.GetAndSetRealRegistryPaths(), 0u);
+  EXPECT_EQ(pathsOf(registry), besideFile(folder.path(), "reg"));
+}
+
 }  // namespace

@@ -460,17 +460,17 @@ TEST_F(RegistryScan, FailedCloseIsReportedAndTheScanIsOver) {
   EXPECT_EQ(registry.CloseScan(), 0u);
 }
 
-TEST_F(RegistryScan, ScanWithoutMemoryForItsReaderIsReportedAndGoesOnLater) {
+TEST_F(RegistryScan, StreamThatCannotTellWhereItStandsIsReported) {
   PlainRegistry registry(files.registry);
   ASSERT_EQ(registry.OpenScan(), 0u);
-  PlainRecord key{};
-  PlainRecord found{};
-  {
-    const FailCall fault(Call::kNew, 1, ENOMEM);
-    EXPECT_EQ(statusOf(registry.GetNext(0, &key, &found)), 0x900001E7u);
-    EXPECT_TRUE(fault.fired());
-  }
   EXPECT_EQ(next(registry), "one");
+  ASSERT_EQ(registry.Rewind(), 0u);
+  long long position = 7;
+  PlainRecord key{};
+  const FailCall fault(Call::kFtello, 1, EIO, vrxtest::Extent::kFromThenOn);
+  EXPECT_EQ(registry.getRegFilePosition(&position), status::position_not_read);
+  EXPECT_EQ(position, 7);
+  EXPECT_EQ(statusOf(registry.GetNext(0, &key, &key)), status::read_failed);
 }
 
 TEST_F(RegistryScan, UnreadableRegistryIsAFailure) {

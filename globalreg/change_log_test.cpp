@@ -20,6 +20,7 @@
 #include "tests/support/captured_log.h"
 #include "tests/support/faults.h"
 #include "tests/support/global_records.h"
+#include "tests/support/leave_child.h"
 #include "tests/support/private_mounts.h"
 #include "tests/support/temp_dir.h"
 
@@ -380,7 +381,7 @@ TEST(ChangeLog, LinesOfSeveralProcessesDoNotMix) {
       if (fork() != 0) continue;
       for (int n = 0; n < 50; ++n)
         logOne();
-      _exit(0);
+      vrxtest::leaveChild(0);
     }
     while (wait(nullptr) > 0) {
     }

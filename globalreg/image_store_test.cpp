@@ -154,4 +154,69 @@ TEST_F(ImageStore, EverythingIsAsWithoutTheImageSlots) {
   }
 }
 
+// Slots that a program puts before the format's own, and how often they are called.
+int slotCalls = 0;
+struct Slots {
+  decltype(GenRegBin::matchRecord) matchRecord;
+  decltype(GenRegBin::packRecord) packRecord;
+  decltype(GenRegBin::unpackRecord) unpackRecord;
+  decltype(GenRegBin::getPackedRecordSize) getPackedRecordSize;
+  decltype(GenRegBin::getMaxRecordSize) getMaxRecordSize;
+};
+Slots formats;
+
+int countMatch(unsigned long long mask, void* stored, void* given) {
+  ++slotCalls;
+  return formats.matchRecord(mask, stored, given);
+}
+int countPack(void** record, void* previous) {
+  ++slotCalls;
+  return formats.packRecord(record, previous);
+}
+int countUnpack(void** image) {
+  ++slotCalls;
+  return formats.unpackRecord(image);
+}
+int countPackedSize(void* image, unsigned long* size) {
+  ++slotCalls;
+  return formats.getPackedRecordSize(image, size);
+}
+int countMaxSize(unsigned long* size) {
+  ++slotCalls;
+  return formats.getMaxRecordSize(size);
+}
+
+TEST_F(ImageStore, SlotOfTheProgramsOwnIsNotPassedOver) {
+  formats = {registry_.matchRecord, registry_.packRecord, registry_.unpackRecord,
+             registry_.getPackedRecordSize, registry_.getMaxRecordSize};
+  const std::vector<void (*)(GenRegBin&)> replacements = {
+      [](GenRegBin& registry) { registry.matchRecord = countMatch; },
+      [](GenRegBin& registry) { registry.packRecord = countPack; },
+      [](GenRegBin& registry) { registry.unpackRecord = countUnpack; },
+      [](GenRegBin& registry) { registry.getPackedRecordSize = countPackedSize; },
+      [](GenRegBin& registry) { registry.getMaxRecordSize = countMaxSize; }};
+  for (const auto replace : replacements) {
+    fill(frameOf(imageOf(kGlobalRegVariable, 3, {text("VRX"), text("A")})));
+    QuietGlobalReg replaced(path_);
+    replace(replaced);
+    slotCalls = 0;
+    GlobalRegRecord key = variableRecord("VRX", "A", "x");
+    GlobalRegRecord added = variableRecord("VRX", "B", "y");
+    EXPECT_EQ(statusOf(replaced.Get(kVariableKey, &key, &found_)), 0U);
+    EXPECT_EQ(statusOf(replaced.Add(kVariableKey, &added)), 0U);
+    EXPECT_GT(slotCalls, 0);
+    EXPECT_EQ(get(added), 0U);
+  }
+}
+
+TEST_F(ImageStore, PlainRecordsOfTheFormatAreReadAsTheyLie) {
+  QuietGlobalReg plain(path_);
+  plain.features = kGenRegVerifyCommit;
+  GlobalRegRecord record = variableRecord("VRX", "A", "x");
+  ASSERT_EQ(statusOf(plain.Add(kVariableKey, &record)), 0U);
+  EXPECT_EQ(readFile(path_).size(), sizeof(unsigned) + sizeof record);
+  EXPECT_EQ(statusOf(plain.Get(kVariableKey, &record, &found_)), 0U);
+  EXPECT_STREQ(found_.Variable.Value, "x");
+}
+
 }  // namespace

@@ -15,6 +15,7 @@
 #include "globalreg/global_reg.h"
 #include "globalreg/internal/fixed_names.h"
 #include "tests/support/captured_log.h"
+#include "tests/support/leave_child.h"
 #include "tests/support/private_mounts.h"
 #include "tests/support/temp_dir.h"
 
@@ -190,7 +191,7 @@ TEST(Pathname, DISABLED_IsTheHostWideOne) {
   unsigned short length = sizeof path;
   EXPECT_EQ(GetGlobalRegPathname(path, &length), 0U);
   EXPECT_STREQ(path, kHostPath);
-  _exit(HasFailure() ? 1 : 0);
+  vrxtest::leaveChild(HasFailure() ? 1 : 0);
 }
 
 // Runs the disabled test in a copy of this program, as user and group 7002.

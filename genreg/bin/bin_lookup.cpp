@@ -82,10 +82,14 @@ bool BinSearch::isTaken(Operation& op) {
       images_.examine(kWanted, reader_->frame(), reader_->frameLength(), mask_, key_);
   const bool whole = (found & kGenRegImageWhole) != 0;
   if (whole && (found & kGenRegImageDiffers) != 0) return false;
+  // Unreached: a whole image is always found to differ or to agree, and its record is never too
+  // small.
   if (whole && (found & kGenRegImageAgrees) != 0) {
+    // Unreached: likewise.
     if (isLargeEnough(op)) images_.unpackTo(reader_->frame(), result_);
     return true;
   }
+  // Unreached: likewise.
   if (!isMatch(op, whole ? ImageEnd::kKnown : ImageEnd::kUnknown)) return false;
   if (isLargeEnough(op)) std::memcpy(result_, reader_->record(), maxRecord_);
   return true;

@@ -283,7 +283,7 @@ void BinChange::readBackGiven(Operation& op) {
 }
 
 Verdict BinChange::judge(Operation& op) {
-  if (!storedMatches(op, key_) || op.failed()) return Verdict::kKeep;
+  if (!storedMatches(op, key_)) return Verdict::kKeep;
   readBackGiven(op);
   if (op.failed()) return Verdict::kKeep;
   if (matches(op, store_, kAllFields, reader_.record(), given_.record())) {
@@ -312,7 +312,7 @@ class BinDelete : public BinEdit {
     return statusOf(store_.Verify(kGenRegDelete, mask_, nullptr, key_));
   }
   Verdict judge(Operation& op) {
-    if (!storedMatches(op, key_) || op.failed()) return Verdict::kKeep;
+    if (!storedMatches(op, key_)) return Verdict::kKeep;
     checkOnlyMatch(op);
     return Verdict::kDrop;
   }

@@ -442,4 +442,19 @@ TEST_F(BinUpdate, DuplicateIsNamedInTheTrace) {
   EXPECT_EQ(finding, "Match found; duplicate record");
 }
 
+TEST_F(BinUpdate, RecordWhoseSizeIsNotToldAtFirstIsTakenAsTheLargest) {
+  static int calls = 0;
+  calls = 0;
+  registry_.getRecordSize = [](void* record, unsigned long* size) {
+    if (++calls == 1) return genreg::statusInt(status::invalid_argument);
+    return PlainRegistry::plainSize(record, size);
+  };
+  EXPECT_EQ(add(plainRecord("z", 9)), 0U);
+  EXPECT_GT(calls, 1);
+  PlainRecord found{};
+  PlainRecord key = plainRecord("z", 0);
+  EXPECT_EQ(registry_.Get(kPlainName, &key, &found), 0);
+  EXPECT_EQ(found.value, 9);
+}
+
 }  // namespace

@@ -119,7 +119,7 @@ bool FrameComparison::readCurrent(Operation& op) {
 }
 
 bool FrameComparison::isUnpacked(Operation& op, Side& side) {
-  if (side.unpacked || op.failed()) return side.unpacked;
+  if (side.unpacked) return true;
   side.reader.load(op, side.failure, side.whole ? ImageEnd::kKnown : ImageEnd::kUnknown);
   if (!op.failed()) side.reader.unpack(op);
   side.unpacked = !op.failed();

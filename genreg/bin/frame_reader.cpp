@@ -13,7 +13,7 @@ using Step = BlockCursor::Step;
 
 // Makes the length field available. Concludes or fails `op` as readFrameLength does.
 void wantLength(Operation& op, BlockCursor& cursor) {
-  switch (cursor.want(kLengthFieldSize)) {
+  switch (cursor.want(kLengthFieldSize)) {  // Unreached: there are four steps, each with its case
     case Step::kReady:
       return;
     case Step::kEnd:
@@ -36,6 +36,7 @@ void wantLength(Operation& op, BlockCursor& cursor) {
 // Makes a frame available that lies within its file.
 void wantFrame(Operation& op, BlockCursor& cursor, unsigned long length) {
   constexpr auto kMost = std::numeric_limits<std::size_t>::max() - kLengthFieldSize;
+  // Unreached: with 64 bits every length fits; with 32 bits one of nearly 4 GiB is beyond its file.
   const Step step = length <= kMost ? cursor.want(kLengthFieldSize + length) : Step::kNoMemory;
   if (step == Step::kReady) return;
   op.explain(33, status::body_read_failed, "length", length);

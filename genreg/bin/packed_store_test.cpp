@@ -338,6 +338,18 @@ TEST_F(PackedStore, EmptyPackedSizeSlotRefusesTheWriting) {
   EXPECT_EQ(statusOf(registry_.Add(kPackedName, &record)), status::record_write_failed);
 }
 
+TEST_F(PackedStore, ImageWhoseSizeCannotBeToldIsNotUnpacked) {
+  writeFile(files_.registry, packedFrame("a", 1));
+  registry_.getPackedRecordSize = [](void*, unsigned long*) {
+    return genreg::statusInt(status::packed_malformed);
+  };
+  PackedRecord key = packedRecord("a", 0);
+  PackedRecord result = packedRecord("kept", 5);
+  EXPECT_EQ(statusOf(registry_.Get(kPackedName, &key, &result)), status::unpack_failed);
+  EXPECT_EQ(result.value, 5U);
+  EXPECT_EQ(PackedRegistry::unpacking.calls, 0);
+}
+
 // Without the size slot nothing proves that a stored image ends within its frame.
 bool carriesAnything = false;
 int watchPrevious(void** record, void* previous) {

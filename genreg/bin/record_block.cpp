@@ -25,7 +25,8 @@ constexpr unsigned long kNoRoom = std::numeric_limits<unsigned long>::max();
 unsigned long RecordBlock::roomFor(unsigned long length, ImageEnd imageEnd) const {
   if (!store_.isFeatureSet(kGenRegPacked)) return std::max(length, maxRecord_);
   const unsigned long besides = maxRecord_ + (imageEnd == ImageEnd::kKnown ? 0 : kWalkSlack);
-  return length < kNoRoom - besides ? length + besides : kNoRoom;  // a length may be near 4 GiB
+  // Unreached: with 64 bits the sum fits; with 32 bits a length may be near 4 GiB.
+  return length < kNoRoom - besides ? length + besides : kNoRoom;
 }
 
 void RecordBlock::allocate(unsigned probe, ImageEnd imageEnd) {

@@ -42,6 +42,7 @@ class ScanReaderOf : public ScanReader {
 template <class Reader, class Store>
 Reader* scanReaderOf(Operation& op, Store& store) {
   if (store.scanReader == nullptr) {
+    // Unreached: constructors do not throw, so what the compiler keeps for that is never run.
     auto* made = new (std::nothrow) ScanReaderOf<Reader>(op, store);
     if (made == nullptr) {
       op.fail(530, status::no_scratch_memory);

@@ -112,7 +112,7 @@ class Verification {
   }
 
   void finishAdd() {
-    if (hasEarlier_ || !hasCurrent_) {
+    if (!hasCurrent_) {
       op_.fail(160, status::verify_nothing_added);
       return;
     }
@@ -124,7 +124,7 @@ class Verification {
 
   void finishDelete() {
     if (hasCurrent_) op_.fail(170, status::verify_records_missing);
-    while (hasEarlier_ && !op_.failed()) {
+    while (hasEarlier_) {  // not once anything has failed
       if (!comparison_.isSelected(op_)) op_.fail(171, status::verify_wrong_record);
       ++count_;
       readEarlier();

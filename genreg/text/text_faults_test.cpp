@@ -270,6 +270,16 @@ TEST(TextFaults, AbandonedCopyThatCannotBeDeletedIsLoggedBehindTheReason) {
   EXPECT_TRUE(profile.copyIsLeft());
 }
 
+TEST(TextFaults, AppendWhoseEndCannotBeFoundChangesNothing) {
+  Profile profile;
+  const LeakCheck leaks;
+  profile->features = kGenRegDuplicates;
+  const FailCall fault(Call::kFseeko, 1, EIO);
+  EXPECT_EQ(profile.run(Update::kAdd), status::seek_end_failed);
+  EXPECT_TRUE(fault.fired());
+  EXPECT_EQ(profile.bytes(), kBefore);
+}
+
 TEST(TextFaults, LeftoversOfADeadUpdateAreSetAside) {
   Profile profile;
   vrxtest::writeFile(profile.file("reg.tmp"), "half a copy");

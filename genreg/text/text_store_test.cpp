@@ -4,9 +4,12 @@
 
 #include <gtest/gtest.h>
 
+#include <cerrno>
 #include <string>
+#include <vector>
 
 #include "genreg/formats/var_val.h"
+#include "tests/support/faults.h"
 #include "tests/support/leak_check.h"
 #include "tests/support/temp_dir.h"
 #include "tests/support/text_lines.h"
@@ -77,6 +80,24 @@ TEST(TextStore, SlotOfTheProgramsOwnIsNotPassedOver) {
     EXPECT_GE(slotCalls, 2) << "each line is looked at";
     vrxtest::writeFile(path, "A = 1\nB = 2\n");
   }
+}
+
+TEST(TextStore, ScanWithoutItsReaderIsReportedAndGoesOnLater) {
+  const TempDir folder;
+  const std::string path = folder.file("profile");
+  vrxtest::writeFile(path, "A = 1\n");
+  unsigned int rc = 1;
+  GenRegVarVal profile(path.c_str(), &rc);
+  ASSERT_EQ(rc, 0u);
+  ASSERT_EQ(profile.OpenScan(), 0u);
+  vrxtest::ProfileLine key("A");
+  std::vector<unsigned char> found(kGenRegLineSize * 2);
+  {
+    const vrxtest::FailCall fault(vrxtest::Call::kNew, 1, ENOMEM);
+    EXPECT_EQ(profile.GetNext(kVarValVariable, key.record(), found.data()), 0x900001E7u);
+    EXPECT_TRUE(fault.fired());
+  }
+  EXPECT_EQ(profile.GetNext(kVarValVariable, key.record(), found.data()), 0u);
 }
 
 }  // namespace

@@ -83,6 +83,7 @@ bool LineComparison::gainedNewline() {
   LineReader& earlier = earlier_.text();
   LineReader& current = current_.text();
   const unsigned long length = earlier.rawLength();
+  // Unreached: a line without an end that is not the last fills its reader, and none is longer.
   return !earlier.endsWithNewline() && earlier.isLast() && current.endsWithNewline() &&
          current.rawLength() == length + 1 &&
          std::memcmp(earlier.raw(), current.raw(), length) == 0;

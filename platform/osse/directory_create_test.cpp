@@ -11,10 +11,10 @@
 #include <vector>
 
 #include "platform/osse/errors.h"
-#include "platform/osse/internal/test_child.h"
 #include "platform/osse/paths.h"
 #include "tests/support/faults.h"
 #include "tests/support/temp_dir.h"
+#include "tests/support/test_child.h"
 
 namespace {
 
@@ -187,6 +187,48 @@ TEST(OssDirectoryCreate, AFolderThatRefusesNewNamesGivesItsSystemError) {
     return rc == ossErrorMapSystem(EACCES) ? 0 : 1;
   });
   EXPECT_EQ(result, 0);
+}
+
+TEST(OssDirectoryCreate, FolderThatItsMakerMayNotReadGetsItsPermissionsByName) {
+  const TempDir dir;
+  const Umask changed(077);
+  const FailCall fault(Call::kOpen, 1, EACCES);
+  ASSERT_EQ(ossDirectoryCreate(dir.file("a").c_str(), 0755), status::ok);
+  EXPECT_TRUE(fault.fired());
+  EXPECT_EQ(modeOf(dir.file("a")), 0755);
+}
+
+TEST(OssDirectoryCreate, FolderThatCannotBeLookedAtByNameIsAFailure) {
+  const TempDir dir;
+  const FailCall unread(Call::kOpen, 1, EACCES);
+  const FailCall unseen(Call::kLstat, 1, EIO);
+  EXPECT_EQ(ossDirectoryCreate(dir.file("a").c_str(), 0755), ossErrorMapSystem(EIO));
+  EXPECT_TRUE(unseen.fired());
+}
+
+TEST(OssDirectoryCreate, LinkPutInTheFoldersPlaceIsNotFollowedByName) {
+  const TempDir dir;
+  const std::string path = dir.file("a");
+  ASSERT_EQ(mkdir(dir.file("other").c_str(), 0700), 0);
+  const FailCall unread(Call::kOpen, 1, EACCES);
+  const BeforeCall swap(Call::kLstat, 1, [&] {
+    ASSERT_EQ(rmdir(path.c_str()), 0);
+    ASSERT_EQ(symlink("other", path.c_str()), 0);
+  });
+  EXPECT_NE(ossDirectoryCreate(path.c_str(), 0755), status::ok);
+  EXPECT_TRUE(swap.fired());
+  EXPECT_EQ(modeOf(dir.file("other")), 0700);
+}
+
+TEST(OssDirectoryCreate, ParentThatTurnsIntoAFileIsNoDirectory) {
+  const TempDir dir;
+  const std::string parent = dir.file("a");
+  const BeforeCall swap(Call::kMkdir, 2, [&] {
+    ASSERT_EQ(rmdir(parent.c_str()), 0);
+    vrxtest::writeFile(parent, "x");
+  });
+  EXPECT_EQ(ossDirectoryCreate((parent + "/b").c_str(), 0755), status::not_a_directory);
+  EXPECT_TRUE(swap.fired());
 }
 
 }  // namespace

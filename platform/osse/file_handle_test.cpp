@@ -15,10 +15,10 @@
 
 #include "platform/osse/errors.h"
 #include "platform/osse/internal/function_ids.h"
-#include "platform/osse/internal/test_child.h"
 #include "tests/support/captured_log.h"
 #include "tests/support/faults.h"
 #include "tests/support/temp_dir.h"
+#include "tests/support/test_child.h"
 
 namespace {
 

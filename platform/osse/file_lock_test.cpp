@@ -17,8 +17,9 @@
 
 #include "platform/osse/errors.h"
 #include "platform/osse/file_handle.h"
-#include "platform/osse/internal/test_child.h"
+#include "tests/support/faults.h"
 #include "tests/support/temp_dir.h"
+#include "tests/support/test_child.h"
 
 namespace {
 
@@ -140,6 +141,14 @@ TEST_F(OssFileLock, InvalidRequestsLockNothing) {
         OSSFileLockParams{kOssFileStructureVersion, 1, 0},
         OSSFileLockParams{kOssFileStructureVersion, 1, 3}}) {
     EXPECT_EQ(one_.lock(&bad), status::invalid_argument);
+  }
+  EXPECT_TRUE(anotherProcessGets(kExclusiveNow));
+}
+
+TEST_F(OssFileLock, AHeldLockIsReportedAlikeHoweverTheSystemCallsIt) {
+  for (const int error : {EAGAIN, EACCES}) {
+    const vrxtest::FailCall fault(vrxtest::Call::kLockFcntl, 1, error);
+    EXPECT_EQ(one_.lock(&kExclusiveNow), status::lock_held) << error;
   }
   EXPECT_TRUE(anotherProcessGets(kExclusiveNow));
 }

@@ -17,9 +17,10 @@
 
 #include "platform/osse/errors.h"
 #include "platform/osse/internal/function_ids.h"
-#include "platform/osse/internal/test_child.h"
 #include "platform/osse/internal/test_match.h"
+#include "tests/support/leave_child.h"
 #include "tests/support/temp_dir.h"
+#include "tests/support/test_child.h"
 
 namespace {
 
@@ -283,7 +284,8 @@ TEST_F(OssLog, AReplacedCallbackIsNotCalledAgain) {
 // Run by the tests below in a process of its own.
 TEST(OssLogChild, DISABLED_LogsOneEntry) {
   ossLog(kOssMemFree, 1, 0x900001F6, "from the child");
-  _exit(0);  // at once: a leak checker fails in a set-user-id process, into which it cannot look
+  vrxtest::leaveChild(
+      0);  // at once: a leak checker fails in a set-user-id process, into which it cannot look
 }
 
 constexpr char kChildTest[] = "OssLogChild.DISABLED_LogsOneEntry";

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "platform/osse/internal/function_ids.h"
+#include "tests/support/leave_child.h"
 
 namespace {
 
@@ -65,7 +66,7 @@ TEST(OssNames, ManyUnknownIdentifiersStillGetTheirText) {
           std::snprintf(expected, sizeof expected, "0x%08X", id);
           right = right && std::string(expected) == ecfGetFunctionName(id);
         }
-        _exit(right ? 0 : 1);
+        vrxtest::leaveChild(right ? 0 : 1);
       },
       testing::ExitedWithCode(0), "");
 }
@@ -82,7 +83,7 @@ TEST(OssNames, TablesBeyondTheLimitAreIgnored) {
           ecfRegisterFunctionNames(&row, 1);
         const bool first = std::string(ecfGetFunctionName(0x7E000000)) == "listed";
         const bool last = std::string(ecfGetFunctionName(rows.back().id)) == "0x7E00003F";
-        _exit(first && last ? 0 : 1);
+        vrxtest::leaveChild(first && last ? 0 : 1);
       },
       testing::ExitedWithCode(0), "");
 }

@@ -107,7 +107,7 @@ void copyAttributes(int from, int to) {
   bool hasAcl = false;
   const char* const end = names.data.get() + names.size;
   for (const char* name = names.data.get(); name < end; name += std::strlen(name) + 1) {
-    if (*name == '\0') continue;
+    if (*name == '\0') continue;  // Unreached: no kernel lists an empty name
     hasAcl = hasAcl || std::strcmp(name, kAccessAcl) == 0;
     copyAttribute(from, to, name);
   }

@@ -12,13 +12,19 @@
 
 #include "platform/osse/errors.h"
 #include "platform/osse/files.h"
-#include "platform/osse/internal/test_child.h"
 #include "platform/osse/log.h"
+#include "tests/support/faults.h"
+#include "tests/support/memory_drought.h"
 #include "tests/support/temp_dir.h"
+#include "tests/support/test_child.h"
 
 namespace {
 
 using namespace oss;
+using vrxtest::BeforeCall;
+using vrxtest::Call;
+using vrxtest::Extent;
+using vrxtest::FailCall;
 using vrxtest::TempDir;
 
 constexpr char kAccessAcl[] = "system.posix_acl_access";
@@ -176,6 +182,114 @@ TEST_F(OssCopyOwnership, ClosedDescriptorsAreLoggedOnly) {
   ossFileCopyOwnership(from_, -1);
   ASSERT_EQ(ossSetLogSink(OSSLogSink::none), status::ok);
   EXPECT_GE(count, 2);
+}
+
+// Counts the log entries while it lives.
+class Logged {
+ public:
+  Logged() { (void)ossSetLogCallback(countEntry, &count); }  // a callback cannot be refused
+  ~Logged() { (void)ossSetLogSink(OSSLogSink::none); }
+  Logged(const Logged&) = delete;
+  Logged& operator=(const Logged&) = delete;
+  int count = 0;
+};
+
+TEST_F(OssCopyOwnership, GroupThatIsRefusedDoesNotKeepTheOwnerBackNorTheOtherWayRound) {
+  if (geteuid() != 0) GTEST_SKIP() << "giving files away needs privileges";
+  for (const int refused : {1, 2}) {
+    ASSERT_EQ(fchown(from_, 1234, 5678), 0);
+    ASSERT_EQ(fchown(to_, 0, 0), 0);
+    const Logged log;
+    const FailCall fault(Call::kFchown, refused, EPERM);
+    ossFileCopyOwnership(from_, to_);
+    struct stat info {};
+    ASSERT_EQ(fstat(to_, &info), 0);
+    EXPECT_EQ(info.st_gid, refused == 1 ? 0u : 5678u);
+    EXPECT_EQ(info.st_uid, refused == 2 ? 0u : 1234u);
+    EXPECT_EQ(log.count, 1);
+  }
+}
+
+TEST_F(OssCopyOwnership, FileSystemWithoutAttributesHasNoneToLose) {
+  const Logged log;
+  const FailCall fault(Call::kListAttributes, 1, ENOTSUP);
+  ossFileCopyOwnership(from_, to_);
+  EXPECT_TRUE(fault.fired());
+  EXPECT_EQ(log.count, 0);
+}
+
+TEST_F(OssCopyOwnership, AttributesThatCannotBeListedReadOrSetAreLogged) {
+  if (!setOnSource("user.lost", "l")) GTEST_SKIP() << "no user attributes here";
+  struct Row {
+    Call call;
+    int nth;
+  };
+  for (const Row& row :
+       {Row{Call::kListAttributes, 1}, Row{Call::kListAttributes, 2}, Row{Call::kGetAttribute, 1},
+        Row{Call::kGetAttribute, 2}, Row{Call::kSetAttribute, 1}}) {
+    const Logged log;
+    {
+      const FailCall fault(row.call, row.nth, EIO);
+      ossFileCopyOwnership(from_, to_);
+      EXPECT_TRUE(fault.fired());
+    }
+    EXPECT_EQ(log.count, 1) << static_cast<int>(row.call) << '/' << row.nth;
+    EXPECT_EQ(onCopy("user.lost"), "absent");
+  }
+}
+
+TEST_F(OssCopyOwnership, AttributeThatGrowsMeanwhileIsReadAgain) {
+  if (!setOnSource("user.grows", "g")) GTEST_SKIP() << "no user attributes here";
+  {
+    const BeforeCall growth(Call::kGetAttribute, 2, [&] { setOnSource("user.grows", "grown"); });
+    ossFileCopyOwnership(from_, to_);
+    EXPECT_TRUE(growth.fired());
+  }
+  EXPECT_EQ(onCopy("user.grows"), "grown");
+}
+
+TEST_F(OssCopyOwnership, AttributeThatKeepsGrowingIsGivenUp) {
+  if (!setOnSource("user.grows", "g")) GTEST_SKIP() << "no user attributes here";
+  const Logged log;
+  std::string value;
+  const auto grow = [&] { setOnSource("user.grows", value += 'x'); };
+  {
+    const BeforeCall growth(Call::kGetAttribute, 1, grow, Extent::kFromThenOn);
+    ossFileCopyOwnership(from_, to_);
+  }
+  EXPECT_EQ(log.count, 1);
+  EXPECT_EQ(onCopy("user.grows"), "absent");
+}
+
+TEST_F(OssCopyOwnership, AttributeWithoutMemoryForItIsLogged) {
+  if (!vrxtest::kMemoryCanRunOut) GTEST_SKIP() << "sanitizers have memory of their own";
+  if (!setOnSource("user.long", std::string(1500, 'v'))) GTEST_SKIP() << "no user attributes here";
+  const int logged = osstest::inChild([&] {
+    const Logged log;
+    const vrxtest::MemoryDrought drought;
+    ossFileCopyOwnership(from_, to_);
+    return log.count;
+  });
+  EXPECT_EQ(logged, 1);
+  EXPECT_EQ(onCopy("user.long"), "absent");
+}
+
+TEST_F(OssCopyOwnership, InheritedAclThatStaysIsLogged) {
+  const std::string acl = aclBytes();
+  if (fsetxattr(to_, kAccessAcl, acl.data(), acl.size(), 0) != 0) GTEST_SKIP() << "no ACLs here";
+  const Logged log;
+  const FailCall fault(Call::kRemoveAttribute, 1, EPERM);
+  ossFileCopyOwnership(from_, to_);
+  EXPECT_EQ(log.count, 1);
+  EXPECT_EQ(onCopy(kAccessAcl), acl);
+}
+
+TEST_F(OssCopyOwnership, AnAclIsCarriedOverBesideOtherAttributes) {
+  if (!setOnSource(kAccessAcl, aclBytes())) GTEST_SKIP() << "no ACLs here";
+  ASSERT_TRUE(setOnSource("user.beside", "b"));
+  ossFileCopyOwnership(from_, to_);
+  EXPECT_EQ(onCopy(kAccessAcl), aclBytes());
+  EXPECT_EQ(onCopy("user.beside"), "b");
 }
 
 }  // namespace

@@ -13,9 +13,9 @@
 #include <vector>
 
 #include "platform/osse/internal/function_ids.h"
-#include "platform/osse/internal/test_child.h"
 #include "platform/osse/internal/test_match.h"
 #include "tests/support/temp_dir.h"
+#include "tests/support/test_child.h"
 
 namespace {
 

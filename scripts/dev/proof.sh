@@ -3,6 +3,24 @@
 # The reliability campaigns in their long forms, one after the other, and one table of what they counted.
 # Sourced by ./dev; no command of its own. docs/reliability.md tells what each campaign proves.
 
+# The campaigns that `./dev crash` runs as well.
+crash_campaigns=(death compound power contention)
+
+# crash_campaign NAME --full|--short [OPTION...]
+crash_campaign() {
+  local name=$1 size=$2 driver=build/dev/tests/support/regdriver
+  shift
+  case "$name" in
+    death) tests/crash/run_matrix.py "$@" --jobs "$jobs" --driver "$driver" ;;
+    compound) tests/crash/run_compound.py "$@" --jobs "$jobs" --driver "$driver" ;;
+    power) tests/crash/run_power.py "$@" --jobs "$jobs" --driver "$driver" ;;
+    contention)
+      [[ $size == --full ]] || set --
+      tests/concurrency/run_contention.py "$@" --driver "$driver"
+      ;;
+  esac
+}
+
 # Runs one campaign with its output in build/proof/NAME.log. A campaign that fails is named, and the next one
 # runs all the same.
 proof_campaign() {
@@ -37,19 +55,20 @@ run_proof() {
   if [[ ${1:-} == --quick ]]; then
     operations=20000 fuzz_seconds=20 size=--short
   fi
-  local driver=$tests/support/regdriver contention=() stride=1
+  local stride=1 name
   [[ $size == --short ]] && stride=43
-  [[ $size == --full ]] && contention=(--full)
   proof_failures=()
   rm -rf build/proof
   mkdir -p build/proof
-  proof_campaign death tests/crash/run_matrix.py "$size" --jobs "$jobs" --driver "$driver"
-  proof_campaign power tests/crash/run_power.py "$size" --jobs "$jobs" --driver "$driver"
-  proof_campaign contention tests/concurrency/run_contention.py "${contention[@]}" --driver "$driver"
+  for name in "${crash_campaigns[@]}"; do
+    proof_campaign "$name" crash_campaign "$name" "$size"
+  done
   proof_campaign damage "$tests/damage/damage_check" --stride "$stride"
   proof_campaign model "$tests/model/model_check" --operations "$operations"
   proof_campaign resources "$tests/resources/resource_check" --operations "$((operations / 10))"
   proof_campaign surroundings "$tests/surroundings/vrx_surroundings_tests"
+  proof_campaign coverage ./dev coverage
+  [[ $size == --short ]] || proof_campaign mutants ./dev mutants
   VRX_FUZZ_SECONDS=$fuzz_seconds proof_campaign fuzz fuzz_targets
   proof_table
   if [[ ${#proof_failures[@]} -gt 0 ]]; then

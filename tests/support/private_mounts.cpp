@@ -14,6 +14,7 @@
 #include <cstdio>
 #include <exception>
 
+#include "tests/support/leave_child.h"
 #include "tests/support/temp_dir.h"
 
 namespace vrxtest {
@@ -67,7 +68,7 @@ enum class Mounts { shared, own };
   if (mounts == Mounts::own && !makePrivate()) _exit(kRefused);
   runBody(body);
   std::fflush(nullptr);
-  _exit(testing::Test::HasFailure() ? kFailed : kPassed);
+  leaveChild(testing::Test::HasFailure() ? kFailed : kPassed);
 }
 
 // The child's exit code, or minus the signal that ended it.

@@ -4,6 +4,7 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sched.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -11,6 +12,10 @@
 #include <csignal>
 #include <cstdio>
 #include <exception>
+#include <fstream>
+#include <string>
+
+#include "tests/support/leave_child.h"
 
 namespace vrxtest {
 namespace {
@@ -40,7 +45,7 @@ bool receiveByte(int pipe) {
     ADD_FAILURE() << "the body threw " << error.what();
   }
   std::fflush(nullptr);
-  _exit(testing::Test::HasFailure() ? 1 : 0);
+  leaveChild(testing::Test::HasFailure() ? 1 : 0);
 }
 
 }  // namespace
@@ -87,6 +92,18 @@ Child::~Child() {
 
 bool Child::awaitPause() {
   return receiveByte(fromChild_);
+}
+
+void Child::awaitSleep() const {
+  char state = 'R';
+  while (state != 'S' && state != 'Z' && state != '?') {
+    std::ifstream in("/proc/" + std::to_string(id_) + "/stat");
+    std::string text;
+    std::getline(in, text);
+    const std::size_t end = text.rfind(") ");  // behind the program's name
+    state = end != std::string::npos ? text[end + 2] : '?';
+    (void)sched_yield();  // cannot fail
+  }
 }
 
 void Child::resume() {

@@ -45,6 +45,8 @@ class Child {
 
   // Waits until the child has paused or passed once more. False when it ended instead.
   bool awaitPause();
+  // Returns when the child sleeps in a system call, or is no more.
+  void awaitSleep() const;
   // Lets a paused child go on.
   void resume();
   // Ends the child as a crash would.

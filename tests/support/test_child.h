@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// For the tests of this folder only: child processes, and this test program once more with an
+// For the tests of the platform: child processes, and this test program once more with an
 // environment of its own.
 #pragma once
 
@@ -10,6 +10,8 @@
 #include <initializer_list>
 #include <string>
 #include <vector>
+
+#include "tests/support/leave_child.h"
 
 namespace osstest {
 
@@ -24,7 +26,7 @@ inline int waitForExit(pid_t child) {
 template <typename Body>
 int inChild(const Body& body) {
   const pid_t child = fork();
-  if (child == 0) _exit(body());
+  if (child == 0) vrxtest::leaveChild(body());
   return waitForExit(child);
 }
 
