@@ -40,7 +40,7 @@ const Bar kBars[] = {
      "store", "discipline", kAnySize, kNoLargest, 1.15},
     {"lookups ahead of SQLite, tdb and LMDB up to 1,000 records", "instances", "lookup.*", "store",
      "sqlite|sqlite wal|tdb|lmdb", kAnySize, 1000, 1},
-    {"scans ahead of SQLite, tdb and LMDB at every size", "instances", "scan", "store",
+    {"scans ahead of SQLite, tdb and LMDB at every size", "instances", "read all", "store",
      "sqlite|sqlite wal|tdb|lmdb", kAnySize, kNoLargest, 1},
     {"durable change ahead of SQLite and tdb up to 1,000 records", "instances", "change durable",
      "store", "sqlite|sqlite wal|tdb", kAnySize, 1000, 1},

@@ -57,7 +57,7 @@ void store::expectMissing(const std::string& path, unsigned long number) {
   require(rc == genreg::status::no_match, "store: found what is missing");
 }
 
-void store::scan(const std::string& path, unsigned long records) {
+void store::scan(const std::string& path, unsigned long records, Look look) {
   StoreAlone registry(path);
   GlobalRegRecord key{};
   key.RecordType = kGlobalRegInstance;
@@ -67,7 +67,8 @@ void store::scan(const std::string& path, unsigned long records) {
   require(registry.OpenScan() == 0, "store: no scan");
   while (registry.GetNext(0, &key, &found) == 0) {
     const GlobalRegInstanceBody& body = found.Instance;
-    sum += touch(body.InstanceName, body.InstancePath, body.Comment);
+    sum += look == Look::kNone ? found.RecordType
+                               : touch(body.InstanceName, body.InstancePath, body.Comment);
     ++count;
   }
   require(registry.CloseScan() == 0 && count == records && sum > 0, "store: the scan is not whole");
@@ -80,7 +81,10 @@ void store::update(const std::string& path, Action action, unsigned long number,
   require(call(registry, action, key, record) == 0, "store: the update failed");
 }
 
+// Programs do not set their environment for every call; nor is that measured.
 void directory::use(const std::string& path) {
+  const char* const used = std::getenv("VRX_GLOBAL_REG_PATHNAME");
+  if (used != nullptr && path == used) return;
   require(setenv("VRX_GLOBAL_REG_PATHNAME", path.c_str(), 1) == 0, "no environment");
   unsetenv("VRXINSTANCE");
 }
@@ -99,14 +103,15 @@ void directory::expectMissing(unsigned long number) {
   require(rc == genreg::status::instance_not_found, "directory: found what is missing");
 }
 
-void directory::scan(unsigned long records) {
+void directory::scan(unsigned long records, Look look) {
   void* list = nullptr;
   OSSInstanceInfo_t info{};
   unsigned long count = 0;
   unsigned long sum = 0;
   require(ossOpenInstanceList(serviceArgument(), &list, true) == 0, "directory: no list");
   while (ossGetNextInstance(list, &info) == 0) {
-    sum += touch(info.instanceName, info.instancePath, info.comment);
+    sum += look == Look::kNone ? info.versionCode
+                               : touch(info.instanceName, info.instancePath, info.comment);
     ++count;
   }
   const bool closed = ossCloseInstanceList(list) == 0;

@@ -10,11 +10,14 @@
 
 namespace vrxbench {
 
+// Whether a scan only has its records delivered, or reads their texts.
+enum class Look : unsigned char { kNone, kTexts };
+
 // The global registry's store without change log and notification, on a file of our own.
 namespace store {
 void expectFound(const std::string& path, unsigned long number);
 void expectMissing(const std::string& path, unsigned long number);
-void scan(const std::string& path, unsigned long records);
+void scan(const std::string& path, unsigned long records, Look look);
 void update(const std::string& path, Action action, unsigned long number, Form form);
 }  // namespace store
 
@@ -23,7 +26,7 @@ namespace directory {
 void use(const std::string& path);
 void expectFound(unsigned long number);
 void expectMissing(unsigned long number);
-void scan(unsigned long records);
+void scan(unsigned long records, Look look);
 void update(Action action, unsigned long number, Form form);
 }  // namespace directory
 

@@ -3,6 +3,7 @@
 #include "benchmarks/records.h"
 
 #include <algorithm>
+#include <cstddef>
 #include <cstring>
 
 namespace vrxbench {
@@ -74,6 +75,14 @@ bool readEntry(std::string_view image, std::size_t& offset, std::string_view& by
 std::string_view textOf(std::string_view bytes) {
   return bytes.empty() ? bytes : bytes.substr(0, bytes.size() - 1);
 }
+
+static_assert(offsetof(GlobalRegRecord, Instance.VersionCode) == 20 + 64 &&
+                  offsetof(GlobalRegRecord, Instance.InstanceName) == 20 + 72 &&
+                  offsetof(GlobalRegRecord, Instance.InstancePath) == 20 + 136 &&
+                  offsetof(GlobalRegRecord, Instance.Usage) == 20 + 1160 &&
+                  offsetof(GlobalRegRecord, Instance.StartAtBoot) == 20 + 1224 &&
+                  offsetof(GlobalRegRecord, Instance.Comment) == 20 + 2320,
+              "layOut's places");
 
 }  // namespace
 
@@ -150,6 +159,21 @@ bool readFields(std::string_view image, ImageFields& fields) {
     if (bit == kCommentBit) fields.comment = textOf(bytes);
   }
   return true;
+}
+
+void layOut(std::string_view image, GlobalRegRecord& record) {
+  std::memset(&record, 0, sizeof record);
+  std::memcpy(&record, image.data(), kPackedHeader);
+  unsigned char* const fields[] = {&record.Bytes[0],   &record.Bytes[64],   &record.Bytes[72],
+                                   &record.Bytes[136], &record.Bytes[1160], &record.Bytes[1224],
+                                   &record.Bytes[2320]};
+  const char* entry = image.data() + kPackedHeader;
+  for (unsigned char* const field : fields) {
+    std::uint16_t length = 0;
+    std::memcpy(&length, entry, sizeof length);
+    std::memcpy(field, entry + sizeof length, length);
+    entry += sizeof length + length;
+  }
 }
 
 unsigned long touch(std::string_view name, std::string_view path, std::string_view comment) {

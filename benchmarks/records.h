@@ -50,6 +50,10 @@ struct ImageFields {
 };
 bool readFields(std::string_view image, ImageFields& fields);
 
+// Lays the packed image of an instance out as the record that the library delivers, with nothing
+// looked at that one of ours has for certain: the least that delivering it costs.
+void layOut(std::string_view image, GlobalRegRecord& record);
+
 // A number that depends on all of the texts, so that no reader may leave one out.
 unsigned long touch(std::string_view name, std::string_view path, std::string_view comment);
 

@@ -214,11 +214,12 @@ class VRXGENREG_API GenRegFile : public GenRegBase {
   // leave them alone, but for the two creation modes.
   GetRecordSizeSlot getRecordSize = nullptr;
   GetMaxRecordSizeSlot getMaxRecordSize = nullptr;
-  char registryPath[kGenRegPathSize] = {};
-  char backupPath[kGenRegPathSize] = {};
-  char temporaryPath[kGenRegPathSize] = {};
-  char corruptPath[kGenRegPathSize] = {};
-  char lockPath[kGenRegPathSize] = {};
+  // Texts; the bytes behind their terminators are never read, nor cleared by the constructor.
+  char registryPath[kGenRegPathSize];
+  char backupPath[kGenRegPathSize];
+  char temporaryPath[kGenRegPathSize];
+  char corruptPath[kGenRegPathSize];
+  char lockPath[kGenRegPathSize];
   OSSHFile lockFile;
   OSSFileOpenParams lockFileOpen = {kOssFileStructureVersion, nullptr, 0, 0, 0, 0, 0};
   FILE* registryStream = nullptr;

@@ -1,5 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // Feature bits and the change-logging identifier.
+#include <initializer_list>
+
 #include "genreg/internal/operation.h"
 #include "genreg/registry.h"
 
@@ -17,7 +19,10 @@ GenRegBase::GenRegBase() = default;
 
 GenRegBase::~GenRegBase() = default;
 
-GenRegFile::GenRegFile() = default;
+GenRegFile::GenRegFile() {
+  for (char* path : {registryPath, backupPath, temporaryPath, corruptPath, lockPath})
+    *path = '\0';
+}
 
 GenRegStatus GenRegBase::setFeature(unsigned int bit) {
   Operation op(kGenRegBaseSetFeature);

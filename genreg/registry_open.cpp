@@ -4,6 +4,8 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <cerrno>
+
 #include "genreg/internal/checksum_header.h"
 #include "genreg/internal/features.h"
 #include "genreg/internal/operation.h"
@@ -82,15 +84,14 @@ void dressCopy(Operation& op, GenRegFile& registry, unsigned mode, unsigned perm
 }
 
 void openCopy(Operation& op, GenRegFile& registry, unsigned mode) {
-  OSSFileInfo info{};
-  const GenRegStatus rc = ossFileGetInfoV9(registry.registryPath, &info);
-  if (rc != status::ok) {
-    op.fail(30, status::no_registry_info, rc);
+  struct stat info {};
+  if (fstat(fileno(registry.registryStream), &info) != 0) {
+    op.failErrno(30, status::no_registry_info, errno);
     return;
   }
   const unsigned permissions = openTemporaryStream(op, registry, copyUseFor(registry, mode));
   if (op.failed()) return;
-  dressCopy(op, registry, mode, permissions, info.permissions);
+  dressCopy(op, registry, mode, permissions, info.st_mode & kPermissionBits);
   if (!op.failed() && isUpdate(mode)) reserveHeader(op, registry);
 }
 

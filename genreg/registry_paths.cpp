@@ -153,7 +153,7 @@ GenRegStatus GenRegFile::GetAndSetRealRegistryPaths() {
   // it, as it would when a link that could not be read at the locking can be read now.
   if ((state & kGenRegStateLocked) != 0) return op.status();
   char target[kGenRegPathSize];
-  std::memcpy(target, registryPath, sizeof target);
+  adoptPath(target, registryPath);
   if (!followLinks(target)) return op.status();
 
   SplitPath split;

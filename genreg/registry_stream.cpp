@@ -183,7 +183,6 @@ void openRegistryStream(Operation& op, GenRegFile& registry, const StreamRequest
 }
 
 unsigned openTemporaryStream(Operation& op, GenRegFile& registry, CopyUse use) {
-  constexpr mode_t kPermissions = 07777;
   struct stat info {};
   const int descriptor = openCopy(registry.temporaryPath, use, info);
   if (descriptor < 0) {
@@ -201,7 +200,7 @@ unsigned openTemporaryStream(Operation& op, GenRegFile& registry, CopyUse use) {
   registry.temporaryStream = stream.file;
   registry.temporaryBuffer = stream.buffer;
   registry.temporarySize = static_cast<unsigned long long>(info.st_size);
-  return info.st_mode & kPermissions;
+  return info.st_mode & kPermissionBits;
 }
 
 int closeRegistryStream(GenRegFile& registry) {

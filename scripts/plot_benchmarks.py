@@ -12,7 +12,7 @@ import sys
 
 PANELS = [
     ("lookup missing", "Lookup of a missing record"),
-    ("scan", "Scan of all records"),
+    ("read all", "Reading all records"),
     ("change durable", "Change of one record, durable"),
     ("change unsynced", "Change of one record, unsynced"),
 ]

@@ -52,7 +52,7 @@ struct Operation {
 
 const Operation kOperations[] = {
     {"lookup", frameOf, [](const Registry& r) { store::expectFound(r.path, r.last()); }},
-    {"scan", frameOf, [](const Registry& r) { store::scan(r.path, r.records); }},
+    {"scan", frameOf, [](const Registry& r) { store::scan(r.path, r.records, Look::kTexts); }},
     {"change", frameOf, change},
     {"directory-lookup", frameOf, [](const Registry& r) { directory::expectFound(r.last()); }},
     {"directory-scan", frameOf, [](const Registry& r) { directory::scan(r.records); }},

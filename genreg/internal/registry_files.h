@@ -10,6 +10,9 @@ namespace genreg {
 // Creation bits of a registry or lock file for which the object names none.
 constexpr unsigned kDefaultFileMode = 0644;
 
+// What of a file's mode its permissions are.
+constexpr unsigned kPermissionBits = 07777;
+
 // The modes that write a temporary copy.
 inline bool isUpdate(unsigned mode) {
   return mode == kGenRegChange || mode == kGenRegAdd || mode == kGenRegDelete;
