@@ -123,10 +123,10 @@ Agreement compare(Entries& entries, const Layout& layout, std::uint64_t fields,
 
 // Whether the image ends where its last entry does or behind.
 bool endsWithin(Entries entries) {
-  while (entries.left != 0) {
-    const std::size_t size = entries.length();
-    if (!entries.holds(size)) return false;
-    entries.skip(size);
+  for (; entries.left != 0; entries.left &= entries.left - 1) {
+    const std::size_t size = kLengthSize + entries.length();
+    if (size > static_cast<std::size_t>(entries.end - entries.at)) return false;
+    entries.at += size;
   }
   return true;
 }

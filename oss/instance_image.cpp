@@ -13,26 +13,24 @@ namespace {
 
 using globalreg::EntryReader;
 
-// Where a text field goes; width 0 for the numbers.
+// Where a field goes, if it is a text, and its width in the record.
 struct Place {
   std::size_t offset;
   std::size_t width;
+  bool isNumber;
 };
 
 #define VRX_PLACE(member) \
-  { offsetof(OSSInstanceInfo_t, member), sizeof(OSSInstanceInfo_t::member) }
+  { offsetof(OSSInstanceInfo_t, member), sizeof(OSSInstanceInfo_t::member), false }
 
-constexpr Place kNumber = {0, 0};
-constexpr Place kPlaces[InstanceTexts::kCount] = {VRX_PLACE(service),
-                                                  kNumber,
-                                                  VRX_PLACE(instanceName),
-                                                  VRX_PLACE(instancePath),
-                                                  VRX_PLACE(usage),
-                                                  kNumber,
-                                                  kNumber,
-                                                  VRX_PLACE(auxPath),
-                                                  VRX_PLACE(auxName),
-                                                  VRX_PLACE(comment)};
+constexpr Place numberPlace(std::size_t width) {
+  return {0, width, true};
+}
+
+constexpr Place kPlaces[InstanceTexts::kCount] = {
+    VRX_PLACE(service), numberPlace(8),    VRX_PLACE(instanceName), VRX_PLACE(instancePath),
+    VRX_PLACE(usage),   numberPlace(4),    numberPlace(4),          VRX_PLACE(auxPath),
+    VRX_PLACE(auxName), VRX_PLACE(comment)};
 
 #undef VRX_PLACE
 
@@ -45,7 +43,7 @@ constexpr unsigned kMaintenanceIndex = 6;
 void putText(unsigned char* to, std::size_t width, const unsigned char* text, std::size_t length,
              std::size_t& written) {
   length = std::min(length, width - 1);
-  globalreg::copyShort(to, text, length);
+  if (length > 0) globalreg::copyShort(to, text, length);
   to[length] = '\0';
   if (written > length) std::memset(to + length, 0, written - length);
   written = length;
@@ -68,16 +66,15 @@ void startWith(InstanceTexts& given, const OSSInstanceInfo_t* instance) {
 // Fills the instance. False when an entry does not fit its field: in the record it runs on into the
 // next ones.
 bool fill(const unsigned char* image, OSSInstanceInfo_t* instance, InstanceTexts& given) {
-  const globalreg::Layout& layout = *globalreg::layoutOf(kGlobalRegInstance);
   auto* const out = reinterpret_cast<unsigned char*>(instance);
   std::uint64_t numbers[InstanceTexts::kCount] = {};
   EntryReader entry(image);
   for (unsigned index = 0; index < InstanceTexts::kCount; ++index) {
+    const Place& place = kPlaces[index];
     const bool present = entry.has(index);
     const std::size_t length = present ? entry.length() : 0;
-    if (length > layout.fields[index].width) return false;
-    const Place& place = kPlaces[index];
-    if (place.width == 0) {
+    if (length > place.width) return false;
+    if (place.isNumber) {
       numbers[index] = numberOf(entry.bytes(), length);
     } else {
       putText(out + place.offset, place.width, entry.bytes(), length, given.lengths[index]);

@@ -94,6 +94,22 @@ TEST(InstanceImage, NothingOfTheInstanceBeforeIsLeft) {
   });
 }
 
+TEST(InstanceImage, WhatTheCallerWroteIntoATextIsNotTakenForOneOfTheNext) {
+  withRegistry([] {
+    writeFile(kRegistry, frame("first", 0, {}) + frame("second", 0, {}));
+    void* list = nullptr;
+    ASSERT_EQ(ossOpenInstanceList(kService, &list), 0U);
+    OSSInstanceInfo_t next{};
+    ASSERT_EQ(ossGetNextInstance(list, &next), 0U);
+    setText(next.comment, "scribbled");
+    setText(next.instanceName, "scribbled over");
+    ASSERT_EQ(ossGetNextInstance(list, &next), 0U);
+    EXPECT_STREQ(next.comment, "");
+    EXPECT_STREQ(next.instanceName, "second");
+    EXPECT_EQ(ossCloseInstanceList(list), 0U);
+  });
+}
+
 TEST(InstanceImage, TwoInstancesMayTakeTurns) {
   withRegistry([] {
     writeFile(kRegistry, everyKind());

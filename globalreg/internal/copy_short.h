@@ -7,11 +7,10 @@
 
 namespace globalreg {
 
-// Copies `count` bytes, `count` at least `chunk`: the last chunk may overlap the one before it.
+// Copies `count` bytes, at least `chunk` and at most twice that: the last ones may be copied twice.
 template <std::size_t chunk>
-void copyInChunks(unsigned char* to, const unsigned char* from, std::size_t count) {
-  for (std::size_t at = 0; at + chunk <= count; at += chunk)
-    std::memcpy(to + at, from + at, chunk);
+void copyBothEnds(unsigned char* to, const unsigned char* from, std::size_t count) {
+  std::memcpy(to, from, chunk);
   std::memcpy(to + count - chunk, from + count - chunk, chunk);
 }
 
@@ -19,10 +18,14 @@ void copyInChunks(unsigned char* to, const unsigned char* from, std::size_t coun
 inline void copyShort(unsigned char* to, const unsigned char* from, std::size_t count) {
   if (count > 64) {
     std::memcpy(to, from, count);
+  } else if (count >= 32) {
+    copyBothEnds<32>(to, from, count);
   } else if (count >= 16) {
-    copyInChunks<16>(to, from, count);
+    copyBothEnds<16>(to, from, count);
+  } else if (count >= 8) {
+    copyBothEnds<8>(to, from, count);
   } else if (count >= 4) {
-    copyInChunks<4>(to, from, count);
+    copyBothEnds<4>(to, from, count);
   } else {
     for (std::size_t i = 0; i < count; ++i)
       to[i] = from[i];
