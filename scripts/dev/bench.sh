@@ -2,8 +2,9 @@
 # shellcheck shell=bash
 # Running the benchmarks of the preset `bench`. Sourced by ./dev; no command of its own.
 
-# Prints the table, keeps it in build/bench/results.txt beside results.json, and draws the plot of a run
-# that measured all. The registries are below build/bench, on whatever file system the project is on.
+# Prints the table and keeps it in build/bench/results.txt beside results.json. A run that measured all
+# goes into docs/performance.md and its plot as well. The registries are below build/bench, on whatever
+# file system the project is on.
 run_benchmarks() {
   local program=$PWD/build/bench/benchmarks/vrxbench folder=$PWD/build/bench
   # The load of other work is the first thing to know about figures that surprise.
@@ -11,5 +12,7 @@ run_benchmarks() {
   scripts/private_host.sh "$folder/host" "$program" --folder "$folder/run" "$@" |
     tee "$folder/results.txt"
   mv "$folder/run/results.json" "$folder/results.json"
-  [[ $# -gt 0 ]] || scripts/plot_benchmarks.py "$folder/results.json" docs/performance.svg
+  [[ $# -eq 0 ]] || return 0
+  scripts/plot_benchmarks.py "$folder/results.json" docs/performance.svg
+  scripts/benchmark_page.py "$folder/results.json"
 }

@@ -34,11 +34,20 @@ fuzz_target() {
     END { printf "fuzz: %s: %d inputs, coverage %d, no finding\n", name, runs, coverage }' "$log"
 }
 
+# As many targets at a time as there are jobs.
 fuzz_targets() {
-  local names=("$@") name failed=0
+  local names=("$@") name failed=0 running=0
   [[ ${#names[@]} -gt 0 ]] || mapfile -t names < <(fuzz_target_names)
   for name in "${names[@]}"; do
-    fuzz_target "$name" "${VRX_FUZZ_SECONDS:-60}" || failed=1
+    if ((running >= jobs)); then
+      wait -n || failed=1
+      running=$((running - 1))
+    fi
+    fuzz_target "$name" "${VRX_FUZZ_SECONDS:-60}" &
+    running=$((running + 1))
+  done
+  for (( ; running > 0; running--)); do
+    wait -n || failed=1
   done
   return "$failed"
 }
