@@ -52,20 +52,42 @@ constexpr bool hasAbove(Word word, unsigned char limit) {
   return (((word + kEachByte * (0x7FU - limit)) | word) & kHighBits) != 0;
 }
 
-constexpr bool isPlain(Word word) {
-  return !hasBelow(word, '"' + 1);  // white space and quotes are among those below
+// Whether collapsing leaves the word as it is: it has no quote, and no white space but single
+// blanks. `next` is the word one byte on.
+constexpr bool isSettled(Word word, Word next) {
+  constexpr Word kBlanks = kEachByte * ' ';
+  constexpr Word kQuotes = kEachByte * '"';
+  return !hasBelow(word, ' ') && !hasBelow(word ^ kQuotes, 1) &&
+         !hasBelow((word ^ kBlanks) | (next ^ kBlanks), 1);
 }
 constexpr bool isClean(Word word) {
   return !hasBelow(word, 0x20) && !hasAbove(word, 0x7E);
 }
 
-// Copies whole words of `from` as they are while they pass, and returns how many bytes that is.
-unsigned long copyWords(const char* from, unsigned long length, char* to, bool (*passes)(Word)) {
+Word wordAt(const char* from) {
+  Word word = 0;
+  std::memcpy(&word, from, kWordSize);
+  return word;
+}
+
+// Copies whole words of `from` while collapsing leaves them as they are, and returns how many bytes
+// that is. Of the last byte it cannot tell.
+unsigned long copySettled(const char* from, unsigned long length, char* to) {
+  unsigned long at = 0;
+  for (; length - at > kWordSize; at += kWordSize) {
+    const Word word = wordAt(from + at);
+    if (!isSettled(word, wordAt(from + at + 1))) break;
+    std::memcpy(to + at, &word, kWordSize);
+  }
+  return at;
+}
+
+// The same with what cleaning leaves as it is.
+unsigned long copyClean(const char* from, unsigned long length, char* to) {
   unsigned long at = 0;
   for (; length - at >= kWordSize; at += kWordSize) {
-    Word word = 0;
-    std::memcpy(&word, from + at, kWordSize);
-    if (!passes(word)) break;
+    const Word word = wordAt(from + at);
+    if (!isClean(word)) break;
     std::memcpy(to + at, &word, kWordSize);
   }
   return at;
@@ -77,9 +99,10 @@ char* collapse(const char* from, unsigned long length, char* to) {
   char* const start = to;
   bool quoted = false;
   for (unsigned long at = 0; at < length;) {
-    const unsigned long plain = copyWords(from + at, length - at, to, isPlain);
-    at += plain;
-    to += plain;
+    const bool joins = from[at] == ' ' && (to == start || to[-1] == ' ');
+    const unsigned long settled = joins ? 0 : copySettled(from + at, length - at, to);
+    at += settled;
+    to += settled;
     for (const unsigned long end = std::min(length, at + kWordSize); at < end; ++at) {
       const bool blank = isLineSpace(from[at]);
       if (from[at] == '"') quoted = !quoted;
@@ -95,7 +118,7 @@ char* collapse(const char* from, unsigned long length, char* to) {
 // Copies `length` bytes with the unprintable ones made ".".
 void copyCleaned(const char* from, unsigned long length, char* to) {
   for (unsigned long at = 0; at < length;) {
-    at += copyWords(from + at, length - at, to + at, isClean);
+    at += copyClean(from + at, length - at, to + at);
     for (const unsigned long end = std::min(length, at + kWordSize); at < end; ++at)
       to[at] = cleaned(from[at]);
   }

@@ -34,8 +34,8 @@ std::string cleaned(std::string text) {
   return text;
 }
 
-std::string randomText(std::mt19937& random, const std::string& bytes) {
-  std::string text(random() % 24, ' ');
+std::string randomText(std::mt19937& random, const std::string& bytes, unsigned longest = 23) {
+  std::string text(random() % (longest + 1), ' ');
   for (char& c : text)
     c = bytes[random() % bytes.size()];
   return text;
@@ -103,6 +103,33 @@ TEST(StripWhiteSpace, AStrippedTextStaysAsItIs) {
   for (int i = 0; i < 5000; ++i) {
     const std::string once = stripped(randomText(random, "ab \t\r\n\"="));
     EXPECT_EQ(stripped(once), once);
+  }
+}
+
+// What stripping does, one byte after the other.
+std::string strippedByBytes(const std::string& text) {
+  std::string out;
+  bool quoted = false;
+  for (const char c : text) {
+    const bool blank = std::strchr(" \t\r\n", c) != nullptr;
+    if (c == '"') quoted = !quoted;
+    if (!blank) out += c;
+    if (blank && (quoted || (!out.empty() && out.back() != ' '))) out += ' ';
+  }
+  while (!out.empty() && out.back() == ' ')
+    out.pop_back();
+  return out;
+}
+
+TEST(StripWhiteSpace, DoesWithWordsWhatItDoesWithBytes) {
+  const std::string words = "abcdefghij!#~\x7F\x80\xA2\xFF\x01\x1F";
+  std::mt19937 random(22);
+  for (int i = 0; i < 30000; ++i) {
+    std::string bytes = words + std::string(random() % 12, ' ');
+    if (random() % 2 != 0) bytes += "\t\r\n";
+    if (random() % 2 != 0) bytes += '"';
+    const std::string text = randomText(random, bytes, 70);
+    ASSERT_EQ(stripped(text), strippedByBytes(text)) << text;
   }
 }
 
