@@ -322,6 +322,26 @@ TEST(BinVerifyPacked, ImagesThatDoNotUnpackAreReportedFromEitherFile) {
   }
 }
 
+TEST(BinVerifyPacked, FrameCutShortIsNotMadeWholeByTheFrameBehindIt) {
+  const TempDir folder;
+  const PlainFiles files(folder);
+  QuietGlobalReg registry(files.registry);
+  const std::string service = entryOf(std::string("VRX\0", 4));
+  const std::string added =
+      frameOf(imageOf(kGlobalRegVariable, 7,
+                      {service, entryOf(std::string("N\0", 2)), entryOf(std::string("2\0", 2))}));
+  // The comment is the added frame up to its checksum word, which is the whole record's as well.
+  const std::string comment = entryOf(added.substr(0, added.size() - 4));
+  const std::string whole = imageOf(kGlobalRegVariable, 9, {service, comment});
+  const std::string cut = whole.substr(0, whole.size() - added.size());
+  writeFile(files.registry, frameOf(whole));
+  writeFile(files.temporary, frameOf(cut) + added);
+  GlobalRegRecord record = variableRecord("VRX", "N", "2");
+  const NothingKept watch;
+  EXPECT_EQ(statusOf(registry.Verify(kGenRegAdd, 1, &record, nullptr)), status::unpack_failed);
+  EXPECT_EQ(readFile(files.registry), frameOf(whole));
+}
+
 TEST(BinVerifyPacked, RecordsOfDifferentKindsAreNeverEqual) {
   const TempDir folder;
   const PlainFiles files(folder);

@@ -21,7 +21,7 @@ void encodeLength(signed char (&field)[kLengthFieldSize], LengthOrder order, uns
 
 }  // namespace
 
-unsigned int decodeBigEndianLength(const void* field) {
+unsigned int decodeBigEndianLength(const void* field) noexcept {
   unsigned int length = 0;
   signed char bytes[kLengthFieldSize];
   std::memcpy(bytes, field, sizeof bytes);

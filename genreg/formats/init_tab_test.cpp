@@ -318,6 +318,8 @@ TEST(InitTabConstructor, PathConstructorHasPathsButNeitherSlotsNorFeatures) {
   EXPECT_EQ(table.Get(1, line.record(), &found), status::no_validate_slot);
   GenRegInitTab unusable(nullptr, &rc);
   EXPECT_EQ(rc, status::null_argument);
+  const GenRegInitTab unasked(path.data(), nullptr);
+  EXPECT_EQ(unasked.registryPath, path);
 }
 
 TEST(InitTabSetPaths, ReturnsTheSetUpsStatus) {

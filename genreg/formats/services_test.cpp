@@ -260,6 +260,8 @@ TEST(ServicesFormat, RefusesIncompleteEntriesWithTheLineUnchanged) {
   expectUnformatted(noPort.record(), status::service_line_without_port);
   expectUnformatted(noProtocol.record(), status::service_line_without_protocol);
   expectUnformatted(nullptr, status::null_argument);
+  EXPECT_EQ(statusOf(GenRegServices::FormatLine(ServiceLine("x").record(), nullptr)),
+            status::null_argument);
   Parsed unslashed("svc tcp");
   expectUnformatted(&unslashed.record, status::service_line_without_port);
 }

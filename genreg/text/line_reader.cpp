@@ -126,7 +126,7 @@ LineRead readLogical(char* raw, char* line, unsigned long size, Text text,
   }
   *end = '\0';
   const bool full = read.rawLength + 1 >= size;
-  const bool open = walk == Walk::kGoesOn || read.rawLength == 0 || raw[read.rawLength - 1] != '\n';
+  const bool open = walk == Walk::kGoesOn || raw[read.rawLength - 1] != '\n';
   read.cut = full && open && !text.isAtEnd();
   return read;
 }

@@ -152,6 +152,15 @@ TEST(LineReader, KnowsTheLastLine) {
   EXPECT_TRUE(reader->isLast());
 }
 
+TEST(LineReader, HasNoNewlineBeforeTheFirstLineNorBehindTheLast) {
+  Reader reader("a\n");
+  EXPECT_FALSE(reader->endsWithNewline());
+  ASSERT_TRUE(reader->next());
+  EXPECT_TRUE(reader->endsWithNewline());
+  EXPECT_FALSE(reader->next());
+  EXPECT_FALSE(reader->endsWithNewline());
+}
+
 TEST(LineReader, KeepsTheRawBytesWhileItLooksForAFurtherLine) {
   Reader reader("a\nb\n");
   ASSERT_TRUE(reader->next());

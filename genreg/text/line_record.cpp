@@ -43,7 +43,7 @@ GenRegStatus LineRecord::parseLine(void* record) {
 bool LineRecord::parseInto(Operation& op, void* record) {
   const GenRegStatus rc = parseLine(record);
   if (rc == status::ok) return true;
-  if (!tried_) op.note(411, status::line_not_parsed, rc);
+  op.note(411, status::line_not_parsed, rc);
   std::memset(record, 0, maxRecord_);
   return false;
 }

@@ -236,6 +236,24 @@ TEST(TextFaults, FullDiskUnderTheLinesThatAreKeptIsReported) {
   EXPECT_EQ(profile.bytes(), kLastLine);
 }
 
+TEST(TextFaults, FullDiskUnderManyLinesIsReportedOnce) {
+  std::string lines;
+  while (lines.size() < 40000)
+    lines += "A = 1\n";
+  for (const Update update : {Update::kAdd, Update::kChange}) {
+    Profile profile(lines);
+    const LeakCheck leaks;
+    const CapturedLog log;
+    const FailCall fault(Call::kFwrite, 1, ENOSPC);
+    EXPECT_EQ(profile.run(update), status::copy_write_failed);
+    EXPECT_TRUE(fault.fired());
+    EXPECT_EQ(log.count(update == Update::kAdd ? genreg::kGenRegTextAdd : genreg::kGenRegTextChange,
+                        status::copy_write_failed),
+              1);
+    EXPECT_EQ(profile.bytes(), lines);
+  }
+}
+
 TEST(TextFaults, FullDiskUnderTheAddedLineIsToldApart) {
   Profile profile;
   const LeakCheck leaks;

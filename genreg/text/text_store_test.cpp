@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "genreg/formats/services.h"
 #include "genreg/formats/var_val.h"
 #include "tests/support/faults.h"
 #include "tests/support/leak_check.h"
@@ -80,6 +81,69 @@ TEST(TextStore, SlotOfTheProgramsOwnIsNotPassedOver) {
     EXPECT_GE(slotCalls, 2) << "each line is looked at";
     vrxtest::writeFile(path, "A = 1\nB = 2\n");
   }
+}
+
+int countParse(void* record, char* line) {
+  ++slotCalls;
+  return GenRegVarVal::ParseLine(record, line);
+}
+
+// How often the parser is asked for until the line of B has been handed out.
+int parsesUntilB(const GenRegLineSlots* slots) {
+  const TempDir folder;
+  const std::string path = folder.file("profile");
+  vrxtest::writeFile(path, "A = 1\nB = 2\nC = 3\n");
+  unsigned int rc = 1;
+  GenRegVarVal profile(path.c_str(), &rc);
+  EXPECT_EQ(rc, 0u);
+  profile.parseLine = countParse;
+  profile.lineSlots = slots;
+  slotCalls = 0;
+  vrxtest::ProfileLine key("B");
+  GenRegVarValRecord found{};
+  EXPECT_EQ(profile.Get(kVarValVariable, key.record(), &found), 0u);
+  EXPECT_STREQ(found.value, "2");
+  return slotCalls;
+}
+
+TEST(TextStore, ParserIsAskedWhereTheFormatHasNoWayRoundIt) {
+  unsigned int rc = 1;
+  const GenRegVarVal profile("/", &rc);
+  GenRegLineSlots slots = *profile.lineSlots;
+  slots.parseLine = countParse;
+  EXPECT_EQ(parsesUntilB(&slots), 0);
+  slots.parseText = nullptr;
+  EXPECT_EQ(parsesUntilB(&slots), 2) << "to compare it, and for the caller";
+  EXPECT_EQ(parsesUntilB(nullptr), 3) << "the line before as well";
+}
+
+TEST(TextStore, KeyWithoutANameThatTheProgramAdmitsFindsALineWithoutOne) {
+  const TempDir folder;
+  const std::string path = folder.file("profile");
+  vrxtest::writeFile(path, "A = 1\n= 2\n");
+  unsigned int rc = 1;
+  GenRegVarVal profile(path.c_str(), &rc);
+  ASSERT_EQ(rc, 0u);
+  profile.validateRecord = [](unsigned long long, void*) { return 0; };
+  vrxtest::ProfileLine key({}, "not compared");
+  GenRegVarValRecord found{};
+  EXPECT_EQ(profile.Get(kVarValVariable, key.record(), &found), 0u);
+  EXPECT_STREQ(found.value, "2");
+}
+
+TEST(TextStore, NameInAKeyThatIsACommentPassesNoCommentOver) {
+  const TempDir folder;
+  std::string path = folder.file("services");
+  vrxtest::writeFile(path, "ftp 21/tcp\n# note\n");
+  unsigned int rc = 1;
+  GenRegServices services(path.data(), &rc);
+  ASSERT_EQ(rc, 0u);
+  vrxtest::ServiceLine key("ftp", 0, {}, {}, " note");
+  key.record()->flags = kServicesHasComment;
+  GenRegServicesRecord found{};
+  EXPECT_EQ(services.Get(kServicesName, key.record(), &found), 0u);
+  EXPECT_EQ(found.flags, kServicesHasComment);
+  EXPECT_STREQ(found.comment, " note");
 }
 
 TEST(TextStore, ScanWithoutItsReaderIsReportedAndGoesOnLater) {

@@ -88,7 +88,7 @@ void TextEdit::treatLines(Operation& op, Edit& edit, void* compared) {
   stored_.cursor().readFrom(store_.registryStream, 0, store_.registrySize);
   const LineFilter filter(store_, mask_, compared);
   while (!stopped_) {
-    if (edit.carriesPieces()) carryLines(op, filter);
+    if constexpr (Edit::carriesPieces()) carryLines(op, filter);
     if (stopped_) break;
     const LineStep step = stored_.next(op, status::read_failed);
     if (step == LineStep::kEnd) break;

@@ -66,7 +66,7 @@ MUTANTS = {
          "rc = status::ok;"),
         ("permissions that cannot be set are passed over",
          "  if (rc != status::ok) op.fail(31, status::copy_permissions_not_set, rc);\n", ""),
-        ("a registry that vanished is passed over", "    op.fail(30, status::no_registry_info, rc);\n    return;\n", ""),
+        ("a registry that vanished is passed over", "    op.failErrno(30, status::no_registry_info, errno);\n    return;\n", ""),
         ("streams of an earlier failure stay", "  (void)closeTemporaryStream(*this);", " "),
         ("updates rewrite the link", "if (mode != kGenRegRead) GetAndSetRealRegistryPaths();", ""),
         ("a verified Add appends in place", "!hasFeature(registry, kGenRegVerifyCommit)", "true"),

@@ -17,7 +17,7 @@ enum class LengthOrder { kHost, kBigEndian };
 constexpr unsigned long kLengthFieldSize = 4;
 
 // The length that a field states.
-unsigned int decodeBigEndianLength(const void* field);
+unsigned int decodeBigEndianLength(const void* field) noexcept;
 inline unsigned int decodeLength(const void* field, LengthOrder order) {
   if (order == LengthOrder::kBigEndian) return decodeBigEndianLength(field);
   unsigned int length = 0;
