@@ -97,7 +97,7 @@ std::string nounHelp(const Noun& noun) {
 std::string groupHelp(const std::string& first) {
   std::vector<Verb> verbs;
   for (const std::string& second : wordsBehind(first))
-    verbs.push_back(*findVerb(topVerbs(), first + " " + second));
+    verbs.push_back(*findVerb(topVerbs(), fmt::format("{} {}", first, second)));
   return fmt::format("Usage: vrxreg {} VERB ...\n\nVerbs:\n", first) + verbLines(verbs);
 }
 
