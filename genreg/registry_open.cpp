@@ -30,8 +30,9 @@ bool isTaken(const char* path) {
 // How the registry itself is opened. An update replaces the file, so it must not open a link in its
 // place; readers may follow one.
 StreamRequest requestFor(const GenRegFile& registry, unsigned mode) {
-  StreamRequest request = readRequest();
-  request.resolvesLink = mode == kGenRegRead;
+  if (mode == kGenRegRead) return readRequest();
+  StreamRequest request;
+  request.options |= kOssOpenNoFollow;
   if (mode != kGenRegAdd) return request;
   const bool missing = !fileExists(registry.registryPath);
   request.options = kOssOpenOrCreate | kOssOpenNoFollow;

@@ -6,6 +6,7 @@
 // PackRecord makes them; of any other it says that it cannot tell, and the record is unpacked.
 #include "globalreg/internal/image.h"
 
+#include "genreg/internal/words.h"
 #include "globalreg/global_reg.h"
 
 namespace {
@@ -47,20 +48,14 @@ bool isText(const unsigned char* bytes, std::size_t length) {
   return length > 0 && bytes[length - 1] == '\0';
 }
 
-// Whether one of the word's bytes is zero.
-bool hasNul(std::uint64_t word) {
-  constexpr std::uint64_t kLowest = 0x0101010101010101U;
-  return ((word - kLowest) & ~word & (kLowest << 7)) != 0;
-}
-
 // As strcmp would. The key's text need not end within its field, but the entry, which fits the
 // field, ends by its own NUL. Words in which the entry does not end yet are compared at once.
 bool sameText(const unsigned char* entry, std::size_t length, const unsigned char* key) {
   std::size_t at = 0;
-  for (; at + sizeof(std::uint64_t) <= length; at += sizeof(std::uint64_t)) {
-    const auto word = readNumber<std::uint64_t>(entry + at);
-    if (hasNul(word)) break;
-    if (word != readNumber<std::uint64_t>(key + at)) return false;
+  for (; at + genreg::kWordSize <= length; at += genreg::kWordSize) {
+    const genreg::Word word = genreg::wordAt(entry + at);
+    if (genreg::hasNul(word)) break;
+    if (word != genreg::wordAt(key + at)) return false;
   }
   while (entry[at] == key[at] && entry[at] != '\0')
     ++at;

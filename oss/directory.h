@@ -108,7 +108,8 @@ static_assert(offsetof(OSSServiceInfo_t, num4) == 2400);
                                                              bool hostWideOnly);
 [[nodiscard]] VRXGENREG_API GenRegStatus ossOpenInstanceList(char* service, void** handle);
 
-// The next instance of the list, as ossGetInstanceInfo fills it. 0x900001BE at the end, and again
+// The next instance of the list, as ossGetInstanceInfo fills it, but that nothing is said of the
+// bytes behind the terminators of its texts. 0x900001BE at the end, and again
 // on further calls; 0x90000262 null handle; 0x90000261 null out; 0x90000266 not readable.
 [[nodiscard]] VRXGENREG_API GenRegStatus ossGetNextInstance(void* handle, OSSInstanceInfo_t* out);
 

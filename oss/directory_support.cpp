@@ -13,8 +13,8 @@ namespace status = genreg::status;
 using genreg::Operation;
 using genreg::statusOf;
 
-List* listOf(void* handle) {
-  return static_cast<List*>(handle);
+GlobalReg* listOf(void* handle) {
+  return static_cast<GlobalReg*>(handle);
 }
 
 // The record's key is a copy: the store may put the new record into another form on its way.
@@ -27,8 +27,8 @@ GenRegStatus replaceRecord(Operation& op, GlobalReg& registry, unsigned long lon
   return op.fail(11, notChanged, rc);
 }
 
-void freeList(Operation& op, List* list) {
-  list->~List();
+void freeList(Operation& op, GlobalReg* list) {
+  list->~GlobalReg();
   if (const GenRegStatus rc = ossMemFree(list, __FILE__, __LINE__); rc != status::ok) {
     op.note(40, status::scratch_not_released, rc);
   }
@@ -67,11 +67,11 @@ GenRegStatus removeRecord(Operation& op, genreg::FunctionId function, GlobalRegR
 GenRegStatus openList(Operation& op, void** handle, bool hostWideOnly, const char* filter,
                       GenRegStatus notOpened) {
   void* block = nullptr;
-  if (const GenRegStatus rc = ossMemAlloc(&block, sizeof(List), __FILE__, __LINE__);
+  if (const GenRegStatus rc = ossMemAlloc(&block, sizeof(GlobalReg), __FILE__, __LINE__);
       rc != status::ok) {
     return op.fail(15, status::no_list_memory, rc);
   }
-  auto* list = new (block) List(hostWideOnly);
+  auto* list = new (block) GlobalReg(hostWideOnly);
   if (const GenRegStatus rc = list->OpenScan(); rc != status::ok) {
     op.fail(16, notOpened == status::ok ? rc : notOpened, rc);
     freeList(op, list);
@@ -91,7 +91,7 @@ GenRegStatus nextRecord(Operation& op, void* handle, GlobalRegRecord& key, void*
 
 GenRegStatus closeList(Operation& op, void* handle) {
   if (handle == nullptr) return op.fail(18, status::list_handle_null);
-  List* list = listOf(handle);
+  GlobalReg* list = listOf(handle);
   if (const GenRegStatus rc = list->CloseScan(); rc != status::ok) {
     op.fail(19, status::list_not_closed, rc);
   }

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // The instance directory: OSSInstanceInfo_t to instance records of the global registry and back.
 #include "oss/internal/directory_support.h"
+#include "oss/internal/instance_image.h"
 
 namespace {
 
@@ -33,12 +34,13 @@ GlobalRegRecord makeKey(const char* service, unsigned long long versionCode, con
   return record;
 }
 
-// The same as makeKey of the service alone, in a record of which nothing else is looked at.
+// The same as makeKey of the service alone, in a record of which nothing else is looked at. The
+// filter of a list of services is null.
 void setListKey(GlobalRegRecord& key, const char* service) {
   key.RecordType = kGlobalRegInstance;
-  key.FieldMask = kInstanceService;
+  key.FieldMask = 0;
   key.MissingFieldMask = 0;
-  copyText(key.Instance.Service, service);
+  giveText(key, kInstanceService, key.Instance.Service, service);
 }
 
 void putFlags(GlobalRegRecord& record, unsigned long long flags) {
@@ -124,9 +126,7 @@ GenRegStatus ossOpenInstanceList(char* service, void** handle, bool hostWideOnly
   Operation op(genreg::kOssOpenInstanceList);
   if (handle == nullptr) return op.fail(1, status::list_handle_null);
   if (service == nullptr) return op.fail(2, status::list_filter_null);
-  const GenRegStatus rc = openList(op, handle, hostWideOnly, service, status::ok);
-  if (rc == status::ok) static_cast<List*>(*handle)->imageSlots = &kInstanceListSlots;
-  return rc;
+  return openList(op, handle, hostWideOnly, service, status::ok);
 }
 
 GenRegStatus ossOpenInstanceList(char* service, void** handle) {
@@ -137,17 +137,15 @@ GenRegStatus ossGetNextInstance(void* handle, OSSInstanceInfo_t* out) {
   Operation op(genreg::kOssGetNextInstance);
   if (handle == nullptr) return op.fail(1, status::list_handle_null);
   if (out == nullptr) return op.fail(2, status::instance_info_null);
-  auto* list = static_cast<List*>(handle);
+  GlobalReg& list = *static_cast<GlobalReg*>(handle);
   GlobalRegRecord key;
-  setListKey(key, list->ListService);
+  setListKey(key, list.ListService);
   ListedInstance found;
   found.instance = out;
-  found.given = &list->given;
   found.isFilled = false;
+  const FillsInstances fills(list);
   const GenRegStatus rc = nextRecord(op, handle, key, &found, status::instance_list_failed);
-  if (rc != status::ok || found.isFilled) return rc;
-  toInfo(found.record, out);
-  list->given.instance = nullptr;  // other texts stand there now
+  if (rc == status::ok && !found.isFilled) toInfo(found.record, out);
   return rc;
 }
 

@@ -20,89 +20,106 @@ struct Place {
   bool isNumber;
 };
 
-#define VRX_PLACE(member) \
-  { offsetof(OSSInstanceInfo_t, member), sizeof(OSSInstanceInfo_t::member), false }
+#define VRX_TEXT(member, field) \
+  { offsetof(OSSInstanceInfo_t, member), sizeof(GlobalRegInstanceBody::field), false }
+#define VRX_NUMBER(field) \
+  { 0, sizeof(GlobalRegInstanceBody::field), true }
 
-constexpr Place numberPlace(std::size_t width) {
-  return {0, width, true};
-}
-
-constexpr Place kPlaces[InstanceTexts::kCount] = {
-    VRX_PLACE(service), numberPlace(8),    VRX_PLACE(instanceName), VRX_PLACE(instancePath),
-    VRX_PLACE(usage),   numberPlace(4),    numberPlace(4),          VRX_PLACE(auxPath),
-    VRX_PLACE(auxName), VRX_PLACE(comment)};
-
-#undef VRX_PLACE
-
+// By the bits of the fields.
+constexpr unsigned kFieldCount = 10;
 constexpr unsigned kVersionCodeIndex = 1;
 constexpr unsigned kStartAtBootIndex = 5;
-constexpr unsigned kMaintenanceIndex = 6;
+constexpr Place kPlaces[kFieldCount] = {VRX_TEXT(service, Service),
+                                        VRX_NUMBER(VersionCode),
+                                        VRX_TEXT(instanceName, InstanceName),
+                                        VRX_TEXT(instancePath, InstancePath),
+                                        VRX_TEXT(usage, Usage),
+                                        VRX_NUMBER(StartAtBoot),
+                                        VRX_NUMBER(Maintenance),
+                                        VRX_TEXT(auxPath, AuxPath),
+                                        VRX_TEXT(auxName, AuxName),
+                                        VRX_TEXT(comment, Comment)};
 
-// A text of `length` bytes, cut to leave room for its terminator. `written` bytes of the array may
-// not be zero.
-void putText(unsigned char* to, std::size_t width, const unsigned char* text, std::size_t length,
-             std::size_t& written) {
+#undef VRX_TEXT
+#undef VRX_NUMBER
+
+// A field of `width` bytes, in the record and in the instance, is cut to leave room for its
+// terminator.
+void putText(unsigned char* to, std::size_t width, const unsigned char* text, std::size_t length) {
   length = std::min(length, width - 1);
   if (length > 0) globalreg::copyShort(to, text, length);
   to[length] = '\0';
-  if (written > length) std::memset(to + length, 0, written - length);
-  written = length;
 }
 
-std::uint64_t numberOf(const unsigned char* bytes, std::size_t length) {
-  unsigned char number[sizeof(std::uint64_t)] = {};
-  globalreg::copyShort(number, bytes, std::min(length, sizeof number));
-  return globalreg::readNumber<std::uint64_t>(number);
+// As it would stand in the record: the entry's bytes, and zeros behind them.
+template <typename Number>
+Number numberOf(const unsigned char* bytes, std::size_t length) {
+  unsigned char field[sizeof(Number)] = {};
+  globalreg::copyShort(field, bytes, std::min(length, sizeof field));
+  return globalreg::readNumber<Number>(field);
 }
 
-// Of an instance that this list has not filled last, nothing is known.
-void startWith(InstanceTexts& given, const OSSInstanceInfo_t* instance) {
-  if (given.instance == instance) return;
-  given.instance = instance;
-  for (std::size_t index = 0; index < InstanceTexts::kCount; ++index)
-    given.lengths[index] = kPlaces[index].width;
+// What the numbers of a record come to.
+struct Numbers {
+  unsigned long long versionCode = 0;
+  unsigned long long flags = 0;
+};
+
+void takeNumber(unsigned index, const unsigned char* bytes, std::size_t length, Numbers& numbers) {
+  if (index == kVersionCodeIndex) {
+    numbers.versionCode = numberOf<std::uint64_t>(bytes, length);
+  } else if (numberOf<std::uint32_t>(bytes, length) == 1) {
+    numbers.flags |=
+        index == kStartAtBootIndex ? kInstanceFlagStartAtBoot : kInstanceFlagMaintenance;
+  }
 }
 
-// Fills the instance. False when an entry does not fit its field: in the record it runs on into the
-// next ones.
-bool fill(const unsigned char* image, OSSInstanceInfo_t* instance, InstanceTexts& given) {
+// Fills the instance, but for its flags, which are only ever added to. False when an entry does not
+// fit its field: in the record it runs on into the next ones.
+bool fill(const unsigned char* image, OSSInstanceInfo_t* instance) {
   auto* const out = reinterpret_cast<unsigned char*>(instance);
-  std::uint64_t numbers[InstanceTexts::kCount] = {};
+  Numbers numbers;
   EntryReader entry(image);
-  for (unsigned index = 0; index < InstanceTexts::kCount; ++index) {
+  for (unsigned index = 0; index < kFieldCount; ++index) {
     const Place& place = kPlaces[index];
     const bool present = entry.has(index);
     const std::size_t length = present ? entry.length() : 0;
     if (length > place.width) return false;
-    if (place.isNumber) {
-      numbers[index] = numberOf(entry.bytes(), length);
-    } else {
-      putText(out + place.offset, place.width, entry.bytes(), length, given.lengths[index]);
+    if (!place.isNumber) {
+      putText(out + place.offset, place.width, entry.bytes(), length);
+    } else if (present) {
+      takeNumber(index, entry.bytes(), length, numbers);
     }
     if (present) entry.next();
   }
-  instance->versionCode = numbers[kVersionCodeIndex];
-  if (numbers[kStartAtBootIndex] == 1) instance->flags |= kInstanceFlagStartAtBoot;
-  if (numbers[kMaintenanceIndex] == 1) instance->flags |= kInstanceFlagMaintenance;
+  instance->versionCode = numbers.versionCode;
+  instance->flags |= numbers.flags;
   return true;
 }
 
 void unpackTo(const void* image, void* result) {
   auto* listed = static_cast<ListedInstance*>(result);
-  startWith(*listed->given, listed->instance);
-  const auto* bytes = static_cast<const unsigned char*>(image);
-  listed->isFilled = fill(bytes, listed->instance, *listed->given);
+  listed->isFilled = fill(static_cast<const unsigned char*>(image), listed->instance);
   if (!listed->isFilled) globalreg::kImageSlots.unpackTo(image, &listed->record);
 }
 
-}  // namespace
-
-const GenRegImageSlots kInstanceListSlots = {GlobalReg::MatchRecord,
+constexpr GenRegImageSlots kInstanceSlots = {GlobalReg::MatchRecord,
                                              GlobalReg::GetMaxRecordSize,
                                              GlobalReg::PackRecord,
                                              GlobalReg::UnpackRecord,
                                              GlobalReg::GetPackedRecordSize,
                                              globalreg::examineImage,
                                              unpackTo};
+
+}  // namespace
+
+FillsInstances::FillsInstances(GlobalReg& registry)
+    : registry_(registry), slots_(registry.imageSlots) {
+  if (slots_ != nullptr) registry_.imageSlots = &kInstanceSlots;
+}
+
+FillsInstances::~FillsInstances() {
+  registry_.imageSlots = slots_;
+}
 
 }  // namespace ossdir

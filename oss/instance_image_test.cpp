@@ -55,8 +55,13 @@ OSSInstanceInfo_t lookedUp(std::string name) {
   return found;
 }
 
+// Nothing is said of what stands behind a terminator.
 bool same(const OSSInstanceInfo_t& a, const OSSInstanceInfo_t& b) {
-  return std::memcmp(&a, &b, sizeof a) == 0;
+  const auto textsOf = [](const OSSInstanceInfo_t& info) {
+    return std::vector<std::string>{info.service, info.instanceName, info.instancePath, info.usage,
+                                    info.auxPath, info.auxName,      info.comment};
+  };
+  return a.flags == b.flags && a.versionCode == b.versionCode && textsOf(a) == textsOf(b);
 }
 
 // Passes the list what `choose(nth)` returns, with its flags cleared.
@@ -75,7 +80,7 @@ void expectListed(const Choose& choose) {
   EXPECT_EQ(ossCloseInstanceList(list), 0U);
 }
 
-TEST(InstanceImage, ListGivesEveryByteThatALookupGives) {
+TEST(InstanceImage, ListGivesWhatALookupGives) {
   withRegistry([] {
     writeFile(kRegistry, everyKind());
     std::vector<OSSInstanceInfo_t> fresh(kNames.size());
@@ -110,12 +115,37 @@ TEST(InstanceImage, WhatTheCallerWroteIntoATextIsNotTakenForOneOfTheNext) {
   });
 }
 
-TEST(InstanceImage, TwoInstancesMayTakeTurns) {
+TEST(InstanceImage, WhoeverElseReadsFromAListsRegistryGetsRecords) {
   withRegistry([] {
-    writeFile(kRegistry, everyKind());
-    OSSInstanceInfo_t both[2];
-    std::memset(both, '#', sizeof both);
-    expectListed([&](std::size_t nth) { return &both[nth / 3 % 2]; });
+    writeFile(kRegistry, frame("first", 0x8, {text("/first")}) + frame("a service", 0, {}, 2) +
+                             frame("second", 0x8, {text("/second")}));
+    void* list = nullptr;
+    ASSERT_EQ(ossOpenInstanceList(kService, &list), 0U);
+    OSSServiceInfo_t service{};
+    ASSERT_EQ(ossGetNextService(list, &service), 0U);
+    EXPECT_STREQ(service.text1, "a service");
+    GlobalRegRecord key{};
+    key.RecordType = kGlobalRegInstance;
+    GlobalRegRecord found;
+    ASSERT_EQ(static_cast<GlobalReg*>(list)->GetNext(0, &key, &found), 0);
+    EXPECT_STREQ(found.Instance.InstancePath, "/second");
+    EXPECT_EQ(ossCloseInstanceList(list), 0U);
+  });
+}
+
+TEST(InstanceImage, AListOfServicesHasNoFilterForInstances) {
+  withRegistry([] {
+    const std::string other = imageOf(1, 5, {text("KRN"), text("other")});
+    writeFile(kRegistry,
+              frame("first", 0, {}) + bytesOf(static_cast<std::uint32_t>(other.size())) + other);
+    void* list = nullptr;
+    ASSERT_EQ(ossOpenServiceList(&list), 0U);
+    OSSInstanceInfo_t next{};
+    ASSERT_EQ(ossGetNextInstance(list, &next), 0U);
+    EXPECT_STREQ(next.instanceName, "first");
+    ASSERT_EQ(ossGetNextInstance(list, &next), 0U);
+    EXPECT_STREQ(next.instanceName, "other");
+    EXPECT_EQ(ossCloseServiceList(list), 0U);
   });
 }
 

@@ -9,6 +9,7 @@
 
 #include "genreg/internal/guards.h"
 #include "genreg/internal/operation.h"
+#include "genreg/internal/words.h"
 #include "genreg/text/internal/line_builder.h"
 
 using namespace genreg;
@@ -38,59 +39,38 @@ char cleaned(char byte) {
   return kCleaned[static_cast<unsigned char>(byte)];
 }
 
-// Several bytes looked at in one step: most text has nothing in it that has to be changed.
-using Word = std::uint64_t;
-constexpr unsigned long kWordSize = sizeof(Word);
-constexpr Word kEachByte = ~Word{0} / 0xFF;
-constexpr Word kHighBits = kEachByte * 0x80;
-
-// Whether a byte of the word is below `limit`, or above it; it is below 0x80.
-constexpr bool hasBelow(Word word, unsigned char limit) {
-  return ((word - kEachByte * limit) & ~word & kHighBits) != 0;
-}
-constexpr bool hasAbove(Word word, unsigned char limit) {
-  return (((word + kEachByte * (0x7FU - limit)) | word) & kHighBits) != 0;
-}
-
+// Most text has nothing in it that has to be changed, and is copied by words.
+//
 // Whether collapsing leaves the word as it is: it has no quote, and no white space but single
 // blanks. `next` is the word one byte on.
-constexpr bool isSettled(Word word, Word next) {
+bool isSettled(Word word, Word next) {
   constexpr Word kBlanks = kEachByte * ' ';
   constexpr Word kQuotes = kEachByte * '"';
-  return !hasBelow(word, ' ') && !hasBelow(word ^ kQuotes, 1) &&
-         !hasBelow((word ^ kBlanks) | (next ^ kBlanks), 1);
+  return !hasBelow(word, ' ') && !hasNul(word ^ kQuotes) &&
+         !hasNul((word ^ kBlanks) | (next ^ kBlanks));
 }
 constexpr bool isClean(Word word) {
   return !hasBelow(word, 0x20) && !hasAbove(word, 0x7E);
 }
 
-Word wordAt(const char* from) {
-  Word word = 0;
-  std::memcpy(&word, from, kWordSize);
-  return word;
+// Copies whole words of `from` while they pass, each with `behind` bytes after it to look at, and
+// returns how many bytes that is.
+template <class Passes>
+unsigned long copyWords(const char* from, unsigned long length, char* to, unsigned long behind,
+                        const Passes& passes) {
+  unsigned long at = 0;
+  for (; length - at >= kWordSize + behind && passes(from + at); at += kWordSize)
+    std::memcpy(to + at, from + at, kWordSize);
+  return at;
 }
 
-// Copies whole words of `from` while collapsing leaves them as they are, and returns how many bytes
-// that is. Of the last byte it cannot tell.
 unsigned long copySettled(const char* from, unsigned long length, char* to) {
-  unsigned long at = 0;
-  for (; length - at > kWordSize; at += kWordSize) {
-    const Word word = wordAt(from + at);
-    if (!isSettled(word, wordAt(from + at + 1))) break;
-    std::memcpy(to + at, &word, kWordSize);
-  }
-  return at;
+  return copyWords(from, length, to, 1,
+                   [](const char* at) { return isSettled(wordAt(at), wordAt(at + 1)); });
 }
 
-// The same with what cleaning leaves as it is.
 unsigned long copyClean(const char* from, unsigned long length, char* to) {
-  unsigned long at = 0;
-  for (; length - at >= kWordSize; at += kWordSize) {
-    const Word word = wordAt(from + at);
-    if (!isClean(word)) break;
-    std::memcpy(to + at, &word, kWordSize);
-  }
-  return at;
+  return copyWords(from, length, to, 0, [](const char* at) { return isClean(wordAt(at)); });
 }
 
 // Copies `length` bytes with each run of white space made one blank outside of double quotes, and

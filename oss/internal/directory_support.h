@@ -10,7 +10,6 @@
 #include "genreg/internal/operation.h"
 #include "globalreg/global_reg.h"
 #include "oss/directory.h"
-#include "oss/internal/instance_image.h"
 
 namespace ossdir {
 
@@ -69,20 +68,14 @@ GenRegStatus findRecord(genreg::Operation& op, GlobalRegRecord& key, GlobalRegRe
 GenRegStatus removeRecord(genreg::Operation& op, genreg::FunctionId function, GlobalRegRecord& key,
                           GenRegStatus notRemoved);
 
-// What a list's handle stands for.
-struct List : GlobalReg {
-  using GlobalReg::GlobalReg;
-  InstanceTexts given;
-};
-
-// Opens a list: *handle receives a List with an open scan, and is untouched on failure. `filter` is
-// kept, not copied. `notOpened` is the code of a scan that cannot be opened; ok stands for the
-// scan's own code.
+// Opens a list: *handle receives a GlobalReg with an open scan, and is untouched on failure.
+// `filter` is kept, not copied. `notOpened` is the code of a scan that cannot be opened; ok stands
+// for the scan's own code.
 GenRegStatus openList(genreg::Operation& op, void** handle, bool hostWideOnly, const char* filter,
                       GenRegStatus notOpened);
 
 // The next record of the list that agrees with `key` in the fields that the key has. `found`
-// receives what the list's image slots, and otherwise the format's, make of it.
+// receives it in the form that the list's image slots give, or as a record.
 GenRegStatus nextRecord(genreg::Operation& op, void* handle, GlobalRegRecord& key, void* found,
                         GenRegStatus notRead);
 

@@ -3,33 +3,31 @@
 // them, which is as large, would be cleared, filled and copied for each.
 #pragma once
 
-#include <cstddef>
-
 #include "globalreg/global_reg.h"
 #include "oss/directory.h"
 
 namespace ossdir {
-
-// What a list has written into its caller's instance last. Texts are zero up to the end of their
-// arrays; of an instance that is passed again only what was written has to be cleared for that. (A
-// text with a NUL inside, which no packing makes, keeps what it has behind.)
-struct InstanceTexts {
-  static constexpr std::size_t kCount = 10;  // by the fields of an instance record
-
-  const OSSInstanceInfo_t* instance = nullptr;
-  std::size_t lengths[kCount] = {};
-};
 
 // The result of a list's GetNext. The store fills `record`, unless it has called the image slots
 // below: they fill *instance and say so.
 struct ListedInstance {
   GlobalRegRecord record;  // first: it is what the store knows of
   OSSInstanceInfo_t* instance;
-  InstanceTexts* given;
   bool isFilled;
 };
 
-// For a GlobalReg whose GetNext is given such results only.
-extern const GenRegImageSlots kInstanceListSlots;
+// Lets a registry fill instances from images for as long as this lives: its results must all be of
+// the type above meanwhile. Whoever else reads from a list's registry gets records.
+class FillsInstances {
+ public:
+  explicit FillsInstances(GlobalReg& registry);
+  ~FillsInstances();
+  FillsInstances(const FillsInstances&) = delete;
+  FillsInstances& operator=(const FillsInstances&) = delete;
+
+ private:
+  GlobalReg& registry_;
+  const GenRegImageSlots* const slots_;
+};
 
 }  // namespace ossdir

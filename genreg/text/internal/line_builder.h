@@ -39,6 +39,10 @@ unsigned long takenLength(const char* line);
 // Copies so much of a line, and terminates it.
 void takeLine(char (&own)[kGenRegLineSize], const char* line, unsigned long length);
 
+// Does so with the text before the first "#" as StripWhiteSpace leaves it, and behind its
+// terminator what follows the "#", as CleanString leaves it. Returns that; null without a "#".
+char* takeStripped(char (&own)[kGenRegLineSize], const char* line, unsigned long length);
+
 // The first `mark` in a text; null when there is none. For the short fields of a line that was
 // taken a moment ago: a byte just written can be read at once, many together have to wait.
 inline char* findMark(char* text, char mark) {
@@ -46,10 +50,6 @@ inline char* findMark(char* text, char mark) {
     ++text;
   return *text == mark ? text : nullptr;
 }
-
-// The same with the text before the first "#" as StripWhiteSpace leaves it, and behind its
-// terminator what follows the "#", as CleanString leaves it. Returns that; null without a "#".
-char* takeStripped(char (&own)[kGenRegLineSize], const char* line, unsigned long length);
 
 // Whether two texts agree; a missing one is an empty one.
 bool sameText(const char* a, const char* b);
