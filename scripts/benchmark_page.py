@@ -14,7 +14,7 @@ import sys
 
 import list_sources
 
-BLOCK = re.compile(r"^<!-- table: (\S+) -->\n\n(?:\|.*\n)*", re.M)
+BLOCK = re.compile(r"^<!-- table: (\S+) -->\n\n(?:\|.*\n)*\n*", re.M)
 
 # The order of columns; what is not named here stands behind, as it was measured.
 YARDSTICKS = ("hello", "floor", "floor records", "discipline", "copy")
@@ -28,7 +28,7 @@ def time_text(seconds):
 
 
 def ratio_text(ratio):
-    return f"{ratio:.2f}" if ratio < 10 else f"{ratio:,.0f}"
+    return f"{ratio:.3f}" if ratio < 0.1 else f"{ratio:.2f}" if ratio < 10 else f"{ratio:,.0f}"
 
 
 def table(head, rows):
@@ -51,7 +51,8 @@ def set_table(results, name):
         key = (timing["operation"], timing["records"])
         cases.setdefault(key, {})[timing["contender"]] = timing["median"]
     rows = []
-    for (operation, records), medians in cases.items():
+    order = list(dict.fromkeys(operation for operation, _ in cases))
+    for (operation, records), medians in sorted(cases.items(), key=lambda c: order.index(c[0][0])):
         first = next(column for column in columns if column in medians)
         cells = [
             "" if column not in medians
@@ -106,7 +107,7 @@ def filled(page, results):
         name = match.group(1)
         make = SUMMARIES.get(name)
         lines = make(results) if make else set_table(results, name)
-        return f"<!-- table: {name} -->\n\n{lines}"
+        return f"<!-- table: {name} -->\n\n{lines}\n"
 
     return BLOCK.sub(block, page)
 
