@@ -110,7 +110,7 @@ void directory::scan(unsigned long records, Look look) {
   unsigned long sum = 0;
   require(ossOpenInstanceList(serviceArgument(), &list, true) == 0, "directory: no list");
   while (ossGetNextInstance(list, &info) == 0) {
-    sum += look == Look::kNone ? info.versionCode
+    sum += look == Look::kNone ? (info.versionCode != 0 ? 1U : 0U)
                                : touch(info.instanceName, info.instancePath, info.comment);
     ++count;
   }
