@@ -18,10 +18,6 @@ class StoreAlone : public GlobalReg {
   }
 };
 
-bool isInstance(const GlobalRegRecord& record, unsigned long number) {
-  return instancePath(number) == record.Instance.InstancePath;
-}
-
 char* serviceArgument() {
   static char service[] = "VRX";
   return service;
@@ -41,17 +37,17 @@ unsigned call(StoreAlone& registry, Action action, GlobalRegRecord& key, GlobalR
 
 }  // namespace
 
-void store::expectFound(const std::string& path, unsigned long number) {
+void store::expectFound(const std::string& path, const Wanted& wanted) {
   StoreAlone registry(path);
-  GlobalRegRecord key = storeKey(number);
+  GlobalRegRecord key = wanted.storeKey;
   GlobalRegRecord found;
   require(registry.Get(kInstanceKey, &key, &found) == 0, "store: not found");
-  require(isInstance(found, number), "store: another record");
+  require(wanted.path == found.Instance.InstancePath, "store: another record");
 }
 
-void store::expectMissing(const std::string& path, unsigned long number) {
+void store::expectMissing(const std::string& path, const Wanted& wanted) {
   StoreAlone registry(path);
-  GlobalRegRecord key = storeKey(number);
+  GlobalRegRecord key = wanted.storeKey;
   GlobalRegRecord found;
   const auto rc = static_cast<unsigned>(registry.Get(kInstanceKey, &key, &found));
   require(rc == genreg::status::no_match, "store: found what is missing");
@@ -89,15 +85,15 @@ void directory::use(const std::string& path) {
   unsetenv("VRXINSTANCE");
 }
 
-void directory::expectFound(unsigned long number) {
-  std::string name = instanceName(number);
+void directory::expectFound(const Wanted& wanted) {
+  std::string name = wanted.name;
   OSSInstanceInfo_t info{};
   const GenRegStatus rc = ossGetInstanceInfo(serviceArgument(), kVersion, name.data(), &info);
-  require(rc == 0 && instancePath(number) == info.instancePath, "directory: not found");
+  require(rc == 0 && wanted.path == info.instancePath, "directory: not found");
 }
 
-void directory::expectMissing(unsigned long number) {
-  std::string name = instanceName(number);
+void directory::expectMissing(const Wanted& wanted) {
+  std::string name = wanted.name;
   OSSInstanceInfo_t info{};
   const GenRegStatus rc = ossGetInstanceInfo(serviceArgument(), kVersion, name.data(), &info);
   require(rc == genreg::status::instance_not_found, "directory: found what is missing");

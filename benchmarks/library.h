@@ -15,8 +15,8 @@ enum class Look : unsigned char { kNone, kTexts };
 
 // The global registry's store without change log and notification, on a file of our own.
 namespace store {
-void expectFound(const std::string& path, unsigned long number);
-void expectMissing(const std::string& path, unsigned long number);
+void expectFound(const std::string& path, const Wanted& wanted);
+void expectMissing(const std::string& path, const Wanted& wanted);
 void scan(const std::string& path, unsigned long records, Look look);
 void update(const std::string& path, Action action, unsigned long number, Form form);
 }  // namespace store
@@ -24,8 +24,8 @@ void update(const std::string& path, Action action, unsigned long number, Form f
 // oss/directory.h, on the registry that VRX_GLOBAL_REG_PATHNAME names.
 namespace directory {
 void use(const std::string& path);
-void expectFound(unsigned long number);
-void expectMissing(unsigned long number);
+void expectFound(const Wanted& wanted);
+void expectMissing(const Wanted& wanted);
 void scan(unsigned long records, Look look);
 void update(Action action, unsigned long number, Form form);
 }  // namespace directory

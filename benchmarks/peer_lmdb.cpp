@@ -83,8 +83,8 @@ class Lmdb : public Peer {
   explicit Lmdb(std::string path) : path_(std::move(path)) {}
 
   void fill(unsigned long records) override;
-  void expectFound(unsigned long number) override;
-  void expectMissing(unsigned long number) override;
+  void expectFound(const Wanted& wanted) override;
+  void expectMissing(const Wanted& wanted) override;
   void scan(unsigned long records) override;
   void update(Action action, unsigned long number, Form form, Durability durability) override;
 
@@ -100,21 +100,21 @@ void Lmdb::fill(unsigned long records) {
   transaction.commit();
 }
 
-void Lmdb::expectFound(unsigned long number) {
+void Lmdb::expectFound(const Wanted& wanted) {
   Environment environment(path_, MDB_RDONLY);
   Transaction transaction(environment, MDB_RDONLY);
   MDB_val value;
-  require(transaction.get(packedKey(number), value) == 0, "lmdb: not found");
+  require(transaction.get(wanted.packedKey, value) == 0, "lmdb: not found");
   ImageFields fields;
-  const bool right = readFields(viewOf(value), fields) && fields.path == instancePath(number);
+  const bool right = readFields(viewOf(value), fields) && fields.path == wanted.path;
   require(right, "lmdb: another record");
 }
 
-void Lmdb::expectMissing(unsigned long number) {
+void Lmdb::expectMissing(const Wanted& wanted) {
   Environment environment(path_, MDB_RDONLY);
   Transaction transaction(environment, MDB_RDONLY);
   MDB_val value;
-  require(transaction.get(packedKey(number), value) == MDB_NOTFOUND, "lmdb: not missing");
+  require(transaction.get(wanted.packedKey, value) == MDB_NOTFOUND, "lmdb: not missing");
 }
 
 void Lmdb::scan(unsigned long records) {

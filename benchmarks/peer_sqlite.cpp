@@ -87,8 +87,8 @@ class Sqlite : public Peer {
   Sqlite(std::string path, SqliteJournal journal) : path_(std::move(path)), journal_(journal) {}
 
   void fill(unsigned long records) override;
-  void expectFound(unsigned long number) override;
-  void expectMissing(unsigned long number) override;
+  void expectFound(const Wanted& wanted) override;
+  void expectMissing(const Wanted& wanted) override;
   void scan(unsigned long records) override;
   void update(Action action, unsigned long number, Form form, Durability durability) override;
 
@@ -113,17 +113,17 @@ void Sqlite::fill(unsigned long records) {
   database.execute("COMMIT");
 }
 
-void Sqlite::expectFound(unsigned long number) {
+void Sqlite::expectFound(const Wanted& wanted) {
   Database database(path_);
   Statement select(database, kSelect);
-  select.text(kName, instanceName(number));
-  require(select.step() && select.column(0) == instancePath(number), "sqlite: not found");
+  select.text(kName, wanted.name);
+  require(select.step() && select.column(0) == wanted.path, "sqlite: not found");
 }
 
-void Sqlite::expectMissing(unsigned long number) {
+void Sqlite::expectMissing(const Wanted& wanted) {
   Database database(path_);
   Statement select(database, kSelect);
-  select.text(kName, instanceName(number));
+  select.text(kName, wanted.name);
   require(!select.step(), "sqlite: found what is missing");
 }
 

@@ -46,8 +46,8 @@ class Tdb : public Peer {
   explicit Tdb(std::string path) : path_(std::move(path)) {}
 
   void fill(unsigned long records) override;
-  void expectFound(unsigned long number) override;
-  void expectMissing(unsigned long number) override;
+  void expectFound(const Wanted& wanted) override;
+  void expectMissing(const Wanted& wanted) override;
   void scan(unsigned long records) override;
   void update(Action action, unsigned long number, Form form, Durability durability) override;
 
@@ -66,20 +66,20 @@ void Tdb::fill(unsigned long records) {
   }
 }
 
-void Tdb::expectFound(unsigned long number) {
+void Tdb::expectFound(const Wanted& wanted) {
   Database database(path_, 0, TDB_DEFAULT, O_RDONLY);
-  const TDB_DATA found = tdb_fetch(database.handle(), dataOf(packedKey(number)));
+  const TDB_DATA found = tdb_fetch(database.handle(), dataOf(wanted.packedKey));
   require(found.dptr != nullptr, "tdb: not found");
   ImageFields fields;
   const std::string_view image(reinterpret_cast<const char*>(found.dptr), found.dsize);
-  const bool right = readFields(image, fields) && fields.path == instancePath(number);
+  const bool right = readFields(image, fields) && fields.path == wanted.path;
   std::free(found.dptr);
   require(right, "tdb: another record");
 }
 
-void Tdb::expectMissing(unsigned long number) {
+void Tdb::expectMissing(const Wanted& wanted) {
   Database database(path_, 0, TDB_DEFAULT, O_RDONLY);
-  const int exists = tdb_exists(database.handle(), dataOf(packedKey(number)));
+  const int exists = tdb_exists(database.handle(), dataOf(wanted.packedKey));
   require(exists == 0, "tdb: found what is missing");
 }
 

@@ -19,8 +19,8 @@ class Peer {
   virtual ~Peer() = default;
   // Creates the store with the records 0 to `records` - 1, unsynced.
   virtual void fill(unsigned long records) = 0;
-  virtual void expectFound(unsigned long number) = 0;
-  virtual void expectMissing(unsigned long number) = 0;
+  virtual void expectFound(const Wanted& wanted) = 0;
+  virtual void expectMissing(const Wanted& wanted) = 0;
   // Visits every record and touches its texts.
   virtual void scan(unsigned long records) = 0;
   virtual void update(Action action, unsigned long number, Form form, Durability durability) = 0;

@@ -44,14 +44,14 @@ void fillSubjects(const Subjects& subjects) {
     peer.peer->fill(subjects.records);
 }
 
-void floorFind(Subjects& subjects, const std::string& key, unsigned long number) {
+void floorFind(Subjects& subjects, const Wanted& wanted, bool present) {
   const std::string_view file = subjects.buffers.old.read(subjects.file("floor"));
-  const auto frame = findItem<FrameShape>(file, key);
-  require(frame.has_value() == (number < subjects.records), "floor: not what was expected");
+  const auto frame = findItem<FrameShape>(file, wanted.packedKey);
+  require(frame.has_value() == present, "floor: not what was expected");
   if (!frame) return;
   ImageFields fields;
   const bool read = readFields(FrameShape::imageOf(*frame), fields);
-  require(read && fields.path == instancePath(number), "floor: another record");
+  require(read && fields.path == wanted.path, "floor: another record");
 }
 
 // Walks the frames and looks at nothing in them but their type.
@@ -105,24 +105,24 @@ void addLibraryScans(Case& result, const SubjectsPointer& s, Look look) {
 Case lookupCase(const SubjectsPointer& s, const std::string& operation, unsigned long number) {
   Case result = {kSet, operation, s->records, {}};
   const bool present = number < s->records;
-  const std::string key = packedKey(number);
-  result.contenders.push_back({"floor", [=] { floorFind(*s, key, number); }, {}});
+  const Wanted wanted(number);
+  result.contenders.push_back({"floor", [=] { floorFind(*s, wanted, present); }, {}});
   result.contenders.push_back({"store",
                                [=] {
-                                 present ? store::expectFound(s->file("store"), number)
-                                         : store::expectMissing(s->file("store"), number);
+                                 present ? store::expectFound(s->file("store"), wanted)
+                                         : store::expectMissing(s->file("store"), wanted);
                                },
                                {}});
   result.contenders.push_back({"directory",
                                [=] {
                                  directory::use(s->file("directory"));
-                                 present ? directory::expectFound(number)
-                                         : directory::expectMissing(number);
+                                 present ? directory::expectFound(wanted)
+                                         : directory::expectMissing(wanted);
                                },
                                {}});
   for (const NamedPeer& named : s->peers) {
     const auto run = [=] {
-      present ? named.peer->expectFound(number) : named.peer->expectMissing(number);
+      present ? named.peer->expectFound(wanted) : named.peer->expectMissing(wanted);
     };
     result.contenders.push_back({named.name, run, {}});
   }

@@ -44,7 +44,7 @@ void setText(char (&field)[width], const std::string& text) {
   field[length] = '\0';
 }
 
-// Seven digits between two texts. Made for every operation, in its measured time: formatted
+// Seven digits between two texts. Made for every update, in its measured time: formatted
 // printing would be a tenth of a small lookup.
 std::string numbered(const char* before, unsigned long number, const char* after) {
   constexpr std::size_t kDigits = 7;
@@ -123,6 +123,12 @@ GlobalRegRecord storeKey(unsigned long number) {
   setText(record.Instance.InstanceName, instanceName(number));
   return record;
 }
+
+Wanted::Wanted(unsigned long number)
+    : name(instanceName(number)),
+      path(instancePath(number)),
+      packedKey(vrxbench::packedKey(number)),
+      storeKey(vrxbench::storeKey(number)) {}
 
 GlobalRegRecord storeRecord(unsigned long number, Form form) {
   GlobalRegRecord record = storeKey(number);

@@ -42,6 +42,17 @@ GlobalRegRecord storeRecord(unsigned long number, Form form);
 GlobalRegRecord storeKey(unsigned long number);
 OSSInstanceInfo_t directoryInfo(unsigned long number, Form form);
 
+// What a lookup asks for, in the forms that the contenders take, and the path that tells whether it
+// has found the right record. Made before the lookup is measured.
+struct Wanted {
+  explicit Wanted(unsigned long number);
+
+  std::string name;
+  std::string path;
+  std::string packedKey;
+  GlobalRegRecord storeKey;
+};
+
 // The texts of a packed image, which stay the image's. False when it is none of ours.
 struct ImageFields {
   std::string_view name;

@@ -29,12 +29,11 @@ bool isTaken(const char* path) {
 
 // How the registry itself is opened. An update replaces the file, so it must not open a link in its
 // place; readers may follow one.
-StreamRequest requestFor(const GenRegFile& registry, unsigned mode) {
+StreamRequest requestFor(const GenRegFile& registry, unsigned mode, bool missing) {
   if (mode == kGenRegRead) return readRequest();
   StreamRequest request;
   request.options |= kOssOpenNoFollow;
   if (mode != kGenRegAdd) return request;
-  const bool missing = !fileExists(registry.registryPath);
   request.options = kOssOpenOrCreate | kOssOpenNoFollow;
   if (!missing && !appendsInPlace(registry)) return request;
   request.lockType = kOssLockExclusive;
@@ -44,9 +43,10 @@ StreamRequest requestFor(const GenRegFile& registry, unsigned mode) {
 }
 
 void openRegistry(Operation& op, GenRegFile& registry, unsigned mode) {
-  const StreamRequest request = requestFor(registry, mode);
-  if (mode == kGenRegAdd) ensureDirectoryOf(op, registry.registryPath);
+  const bool missing = mode == kGenRegAdd && !fileExists(registry.registryPath);
+  if (missing) ensureDirectoryOf(op, registry.registryPath);
   if (op.failed()) return;
+  const StreamRequest request = requestFor(registry, mode, missing);
   openRegistryStream(op, registry, request);
   if (op.failed() || request.access == kOssAccessAppend) return;
   seekFirstRecord(op, registry, HeaderCheck::kCompare);

@@ -16,8 +16,9 @@
 namespace genreg {
 namespace {
 
-// A stream's buffer holds the whole of a small file and a large block of a big one.
-constexpr unsigned long long kSmallestBuffer = 4096;
+// A stream's buffer holds the whole of a small file, with room for one more record, and a large
+// block of a big one.
+constexpr unsigned long long kRoomForOne = 4096;
 constexpr unsigned long long kLargestBuffer = 128 * 1024;
 
 struct Stream {
@@ -27,8 +28,7 @@ struct Stream {
 
 // Without memory for the large buffer the stream keeps its own small one.
 void* largeBuffer(FILE* file, unsigned long long fileSize) {
-  const auto size =
-      static_cast<unsigned long>(std::clamp(fileSize, kSmallestBuffer, kLargestBuffer));
+  const auto size = static_cast<unsigned long>(std::min(fileSize + kRoomForOne, kLargestBuffer));
   void* buffer = nullptr;
   if (ossMemAlloc(&buffer, size, __FILE__, __LINE__) != status::ok) return nullptr;
   if (std::setvbuf(file, static_cast<char*>(buffer), _IOFBF, size) == 0) return buffer;
@@ -65,7 +65,7 @@ void openFile(Operation& op, OSSHFile& file, GenRegFile& registry, const StreamR
       registry.registryCreationMode != 0 ? registry.registryCreationMode : kDefaultFileMode;
   OSSFileOpenParams open = {kOssFileStructureVersion,
                             registry.registryPath,
-                            request.options | kOssOpenUnlooked,
+                            request.options | kOssOpenUnchecked,
                             request.access,
                             0,
                             mode,

@@ -51,10 +51,11 @@ struct Operation {
 };
 
 const Operation kOperations[] = {
-    {"lookup", frameOf, [](const Registry& r) { store::expectFound(r.path, r.last()); }},
+    {"lookup", frameOf, [](const Registry& r) { store::expectFound(r.path, Wanted(r.last())); }},
     {"scan", frameOf, [](const Registry& r) { store::scan(r.path, r.records, Look::kTexts); }},
     {"change", frameOf, change},
-    {"directory-lookup", frameOf, [](const Registry& r) { directory::expectFound(r.last()); }},
+    {"directory-lookup", frameOf,
+     [](const Registry& r) { directory::expectFound(Wanted(r.last())); }},
     {"directory-scan", frameOf,
      [](const Registry& r) { directory::scan(r.records, Look::kTexts); }},
     {"profile-get", settingLine,

@@ -39,7 +39,7 @@ int accessFlags(unsigned int access) {
 bool areValid(const OSSFileOpenParams* params) {
   if (params == nullptr || params->version != kOssFileStructureVersion) return false;
   if (params->path == nullptr || *params->path == '\0') return false;
-  const unsigned int disposition = params->options & ~(kOssOpenNoFollow | kOssOpenUnlooked);
+  const unsigned int disposition = params->options & ~(kOssOpenNoFollow | kOssOpenUnchecked);
   if (disposition != kOssOpenExisting && disposition != kOssOpenOrCreate) return false;
   return accessFlags(params->access) >= 0 && params->permissions <= kAllPermissions;
 }
@@ -88,7 +88,7 @@ OSSStatus OSSHFile::open(const OSSFileOpenParams* params) {
   if (rc != status::ok) return rc;
   const int descriptor = openOrCreate(*params);
   if (descriptor < 0) return openFailure(errno);
-  if ((params->options & kOssOpenUnlooked) == 0) rc = checkRegular(descriptor);
+  if ((params->options & kOssOpenUnchecked) == 0) rc = checkRegular(descriptor);
   if (rc == status::ok) {
     descriptor_ = descriptor;
     return rc;

@@ -32,7 +32,7 @@ constexpr unsigned int kOssOpenExisting = 1;      // a missing file is a failure
 constexpr unsigned int kOssOpenOrCreate = 2;      // a missing file is created
 constexpr unsigned int kOssOpenNoFollow = 0x100;  // flag: a link as last component fails (ELOOP)
 // flag: the caller, who looks at the open file anyhow, sees to it that it is a regular one
-constexpr unsigned int kOssOpenUnlooked = 0x200;
+constexpr unsigned int kOssOpenUnchecked = 0x200;
 
 // OSSFileOpenParams::access
 constexpr unsigned int kOssAccessRead = 1;
@@ -75,7 +75,7 @@ class VRXOSSE_API OSSHFile {
   // other end of a FIFO or for a device, and never makes a terminal the controlling one.
   // invalid_argument: null, wrong version, empty path, unknown option, access or permissions; the
   // handle is then as it was. not_a_regular_file: something else stands at the path; with
-  // kOssOpenUnlooked only what cannot be opened at all is found out. After these
+  // kOssOpenUnchecked only what cannot be opened at all is found out. After these
   // and every system error the handle is closed and no descriptor is left open.
   [[nodiscard]] OSSStatus open(const OSSFileOpenParams* params);
 

@@ -171,11 +171,11 @@ TEST(OssFileHandle, AFifoNeverBlocks) {
   expectNotRegular(dir.file("fifo"));
 }
 
-TEST(OssFileHandle, WhatIsOpenedUnlookedIsForTheCallerToLookAt) {
+TEST(OssFileHandle, WhatIsOpenedUncheckedIsForTheCallerToLookAt) {
   const TempDir dir;
   ASSERT_EQ(mkfifo(dir.file("fifo").c_str(), 0600), 0);
   OSSHFile file;
-  const unsigned options = kOssOpenExisting | kOssOpenUnlooked;
+  const unsigned options = kOssOpenExisting | kOssOpenUnchecked;
   EXPECT_EQ(openWith(&file, dir.file("fifo"), options, kOssAccessRead), status::ok);
   EXPECT_EQ(openWith(&file, dir.file("none"), options, kOssAccessRead), ossErrorMapSystem(ENOENT));
   EXPECT_EQ(file.getFileHandle(), -1);
