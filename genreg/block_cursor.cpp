@@ -5,11 +5,11 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <cerrno>
 #include <cstring>
 #include <limits>
 
 #include "genreg/status.h"
+#include "platform/osse/interruptions.h"
 #include "platform/osse/memory.h"
 
 namespace genreg {
@@ -100,8 +100,9 @@ std::size_t BlockCursor::read(void* to, std::size_t count) {
   if (stream_ != nullptr) return std::fread(to, 1, count, stream_);
   std::size_t got = 0;
   while (got < count) {
-    const ssize_t step = ::read(descriptor_, static_cast<unsigned char*>(to) + got, count - got);
-    if (step < 0 && errno == EINTR) continue;  // Unreached: network file systems may be interrupted
+    unsigned char* const end = static_cast<unsigned char*>(to) + got;
+    const ssize_t step =
+        oss::repeatInterrupted([&] { return ::read(descriptor_, end, count - got); });
     if (step <= 0) break;
     got += static_cast<std::size_t>(step);
   }

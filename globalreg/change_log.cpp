@@ -16,6 +16,7 @@
 #include "globalreg/internal/change_line.h"
 #include "globalreg/internal/fixed_names.h"
 #include "platform/osse/errors.h"
+#include "platform/osse/interruptions.h"
 
 namespace {
 
@@ -58,12 +59,16 @@ void settleLog(const OpenLog& log, const struct stat& info) {
   }
 }
 
-// One call, so that lines of several processes do not mix.
+// One call, so that lines of several processes do not mix; where the system takes a part only, the
+// rest follows at once.
 void writeLine(genreg::Operation& op, int fd, const globalreg::LineBuffer& line) {
-  const ssize_t written = write(fd, line.data(), line.size());
-  if (written == static_cast<ssize_t>(line.size())) return;
-  const int error = written < 0 ? errno : ENOSPC;  // a part was written: the rest found no room
-  op.note(4, ossErrorMapSystem(error), status::ok);
+  for (std::size_t done = 0; done < line.size();) {
+    const ssize_t written =
+        oss::repeatInterrupted([&] { return write(fd, line.data() + done, line.size() - done); });
+    if (written < 0) return op.note(4, ossErrorMapSystem(errno), status::ok);
+    if (written == 0) return op.note(5, ossErrorMapSystem(ENOSPC), status::ok);
+    done += static_cast<std::size_t>(written);
+  }
 }
 
 void appendToLog(genreg::Operation& op, const globalreg::LineBuffer& line) {

@@ -170,6 +170,16 @@ TEST_F(BinLookup, StreamErrorsAreReadErrors) {
   EXPECT_EQ(result_, kFilled);
 }
 
+TEST_F(BinLookup, AnInterruptedReadIsRepeatedButNotForEver) {
+  fillThree();
+  {
+    const FailCall once(Call::kRead, 1, EINTR);
+    EXPECT_EQ(get(kPlainName, plainRecord("b", 0)), 0U);
+  }
+  const FailCall fault(Call::kRead, 1, EINTR, vrxtest::Extent::kFromThenOn);
+  EXPECT_EQ(get(kPlainName, plainRecord("b", 0)), status::read_failed);
+}
+
 // A file of many blocks, each of which may fail.
 TEST_F(BinLookup, StreamErrorInALaterBlockIsAReadErrorAndTheRecordsBeforeItAreFound) {
   std::string frames;

@@ -15,6 +15,7 @@
 
 #include "platform/osse/errors.h"
 #include "platform/osse/file_handle.h"
+#include "platform/osse/interruptions.h"
 
 #ifndef VRX_LEVEL_FILE
 #error "VRX_LEVEL_FILE is the path of the level file, given by the build"
@@ -190,8 +191,8 @@ OSSStatus openLevelFile(OSSHFile* file) {
 OSSStatus readAll(int descriptor, char* buffer, std::size_t size, std::size_t* got) {
   std::size_t total = 0;
   while (total < size) {
-    const ssize_t n = read(descriptor, buffer + total, size - total);
-    if (n < 0 && errno == EINTR) continue;
+    const ssize_t n =
+        oss::repeatInterrupted([&] { return read(descriptor, buffer + total, size - total); });
     if (n < 0) return ossErrorMapSystem(errno);
     if (n == 0) break;
     total += static_cast<std::size_t>(n);

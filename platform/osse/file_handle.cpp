@@ -10,6 +10,7 @@
 
 #include "platform/osse/errors.h"
 #include "platform/osse/internal/function_ids.h"
+#include "platform/osse/interruptions.h"
 #include "platform/osse/log.h"
 
 namespace {
@@ -45,11 +46,7 @@ bool areValid(const OSSFileOpenParams* params) {
 }
 
 int openRetrying(const char* path, int flags, mode_t permissions) {
-  int descriptor = -1;
-  do {
-    descriptor = ::open(path, flags, permissions);
-  } while (descriptor < 0 && errno == EINTR);
-  return descriptor;
+  return repeatInterrupted([&] { return ::open(path, flags, permissions); });
 }
 
 // An existing file is opened without the creation flag: in a sticky directory the system may refuse

@@ -263,6 +263,15 @@ TEST(OssFileHandle, AnInterruptedOpeningIsRepeated) {
   }
 }
 
+TEST(OssFileHandle, AnOpeningThatIsAlwaysInterruptedFails) {
+  const TempDir dir;
+  OSSHFile file;
+  const FailCall fault(Call::kOpen, 1, EINTR, vrxtest::Extent::kFromThenOn);
+  EXPECT_EQ(openWith(&file, dir.file("a"), kOssOpenOrCreate, kOssAccessRead),
+            ossErrorMapSystem(EINTR));
+  EXPECT_LT(file.getFileHandle(), 0);
+}
+
 TEST(OssFileHandle, AFileCreatedByAnotherInTheMeantimeIsOpened) {
   const TempDir dir;
   OSSHFile file;

@@ -12,6 +12,7 @@
 
 #include "platform/osse/errors.h"
 #include "platform/osse/file_handle.h"
+#include "platform/osse/interruptions.h"
 
 namespace {
 
@@ -45,12 +46,9 @@ OSSStatus request(int descriptor, int command, short type) {
   struct flock whole {};
   whole.l_type = type;
   whole.l_whence = SEEK_SET;  // start 0, length 0: to the end, wherever that will be
-  while (fcntl(descriptor, command, &whole) != 0) {
-    if (errno == EINTR) continue;
-    if (errno == EAGAIN || errno == EACCES) return status::lock_held;
-    return ossErrorMapSystem(errno);
-  }
-  return status::ok;
+  if (repeatInterrupted([&] { return fcntl(descriptor, command, &whole); }) == 0) return status::ok;
+  if (errno == EAGAIN || errno == EACCES) return status::lock_held;
+  return ossErrorMapSystem(errno);
 }
 
 // Far limits become one that the clock can hold.

@@ -260,6 +260,12 @@ TEST_F(OssFileLock, ASignalDoesNotEndALimitedWait) {
   expectInterruptedWaitGoesOn(&one_, &two_);
 }
 
+TEST_F(OssFileLock, AWaitThatIsAlwaysInterruptedFails) {
+  const vrxtest::FailCall fault(vrxtest::Call::kLockFcntl, 1, EINTR, vrxtest::Extent::kFromThenOn);
+  EXPECT_EQ(one_.lock(&kExclusive), ossErrorMapSystem(EINTR));
+  EXPECT_EQ(one_.lock(&kSharedNow), ossErrorMapSystem(EINTR));
+}
+
 TEST_F(OssFileLock, TheLimitEndsAWait) {
   const Limit limit(40);
   ASSERT_EQ(one_.lock(&kExclusive), status::ok);

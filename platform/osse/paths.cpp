@@ -13,6 +13,7 @@
 #include <memory>
 
 #include "platform/osse/errors.h"
+#include "platform/osse/interruptions.h"
 
 namespace {
 
@@ -106,9 +107,11 @@ OSSStatus ossBuildHomeDirectoryRelativePath(const char* user, const char* relati
     struct passwd entry {};
     struct passwd* found = nullptr;
     int error = 0;
-    do {
+    (void)repeatInterrupted([&] {  // fails as system calls do, for errno's sake alone
       error = getpwnam_r(user, &entry, buffer.get(), room, &found);
-    } while (error == EINTR);
+      errno = error;
+      return error == 0 ? 0 : -1;
+    });
     if (found != nullptr) return appendToHome(entry.pw_dir, relative, out, size);
     if (meansUnknown(error)) return status::unknown_user;
     if (error != ERANGE) return ossErrorMapSystem(error);

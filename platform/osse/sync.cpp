@@ -8,6 +8,7 @@
 
 #include "platform/osse/errors.h"
 #include "platform/osse/files.h"
+#include "platform/osse/interruptions.h"
 
 namespace {
 
@@ -26,10 +27,7 @@ int syncOnce(int descriptor) {
 // 0 or the errno value. An interrupted sync has not failed; one that failed is not asked again,
 // because the next one would succeed without the lost pages.
 int sync(int descriptor) {
-  while (syncOnce(descriptor) != 0) {
-    if (errno != EINTR) return errno;
-  }
-  return 0;
+  return repeatInterrupted([&] { return syncOnce(descriptor); }) == 0 ? 0 : errno;
 }
 
 }  // namespace
@@ -50,7 +48,8 @@ OSSStatus ossFileSync(int descriptor) {
 OSSStatus ossDirectorySync(const char* directory) {
   if (directory == nullptr || *directory == '\0') return status::invalid_argument;
   if (ossGetSyncPolicy() == OSSSyncPolicy::none) return status::ok;
-  const int descriptor = open(directory, O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+  const int descriptor =
+      repeatInterrupted([&] { return open(directory, O_RDONLY | O_DIRECTORY | O_CLOEXEC); });
   if (descriptor < 0) return ossErrorMapSystem(errno);
   const int error = sync(descriptor);
   (void)::close(descriptor);  // nothing was written through it

@@ -84,6 +84,21 @@ TEST(OssSync, AnInterruptedSyncIsRepeated) {
   EXPECT_EQ(fault.calls(), 2);
 }
 
+TEST(OssSync, ASyncThatIsAlwaysInterruptedFails) {
+  const TempDir dir;
+  const OpenFile file(dir.file("file"));
+  const FailCall fault(Call::kFsync, 1, EINTR, Extent::kFromThenOn);
+  EXPECT_EQ(ossFileSync(file.descriptor), ossErrorMapSystem(EINTR));
+  EXPECT_EQ(ossDirectorySync(dir.path().c_str()), ossErrorMapSystem(EINTR));
+}
+
+TEST(OssSync, AnInterruptedOpeningOfADirectoryIsRepeated) {
+  const TempDir dir;
+  const FailCall fault(Call::kOpen, 1, EINTR);
+  EXPECT_EQ(ossDirectorySync(dir.path().c_str()), status::ok);
+  EXPECT_EQ(fault.calls(), 2);
+}
+
 TEST(OssSync, AFailedSyncIsNotRepeated) {
   const TempDir dir;
   const OpenFile file(dir.file("file"));

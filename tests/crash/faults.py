@@ -45,10 +45,9 @@ ERRORS = {
 }
 # What every call fails with, whether or not it would: an update must not rely on a list of errors.
 EVERY_ERROR = ("EIO", "ENOSPC", "EDQUOT", "EROFS", "EMFILE", "ENOMEM", "EACCES", "ENOLCK", "EINTR")
-# These calls are asked again when they report an interruption, so for ever when they always do.
+# A call may be made again when it reports an interruption, but not for ever when it always does.
 ASKED_AGAIN = ("EINTR",)
-ASKED_FOR_EVER = ("open", "openat", "fcntl", "fsync", "fdatasync")
-ENDLESS = "endless"  # the end of such a run
+ENDLESS = "endless"  # the end of a run that does
 SHORTENED = ("read", "write")
 
 
@@ -72,8 +71,9 @@ class Fault:
         return outcome, end, [] if same else [f"struck {struck}"]
 
     @property
-    def may_be_endless(self):
-        return self.lasting and self.error in ASKED_AGAIN and self.call.name in ASKED_FOR_EVER
+    def passes(self):
+        """Whether the call may succeed when it is made again."""
+        return self.error in ASKED_AGAIN and not self.lasting
 
     @staticmethod
     def judge_kept(_):
@@ -125,8 +125,7 @@ def failures(calls, lasting=False):
     for call in calls:
         action = "fail-after" if call.name == "close" else "fail"
         for error in ERRORS.get(call.name, ("EIO",)):
-            if not (lasting and error in ASKED_AGAIN):
-                out.append(Fault(call, action, error, lasting))
+            out.append(Fault(call, action, error, lasting))
         if call.name in SHORTENED:
             out.append(Fault(call, "shorten", lasting=lasting))
     return out
@@ -182,7 +181,7 @@ FAILED_OF = {
 def must_fail(fault, registry_folder):
     """Whether the update cannot succeed: a call on the registry's own files that it depends on."""
     own = fault.call.paths and fault.call.paths[0].startswith(str(registry_folder))
-    if not own or fault.action == "shorten" or fault.error in ASKED_AGAIN:
+    if not own or fault.action == "shorten" or fault.passes:
         return False
     return fault.call.name in INDISPENSABLE
 
@@ -196,7 +195,7 @@ def judge_unwritten(fault, temporary, status):
     unwritten = fault.call.paths == [str(temporary)] and fault.call.name in ("write", "fsync")
     if not unwritten or fault.action == "shorten" or status in NOT_WRITTEN:
         return []
-    if fault.error in ASKED_AGAIN and status == model.OK:
+    if fault.passes and status == model.OK:
         return []
     return [f"a copy that is not written is reported as 0x{status:08X}"]
 
@@ -227,5 +226,5 @@ def judge_refusal(scene, fault, status):
 def is_unread(fault, scene):
     """Whether the fault kept the update from reading all of the registry."""
     call = fault.call
-    lost = fault.action == "fail" and fault.error not in ASKED_AGAIN and call.name in ("read", "pread64")
+    lost = fault.action == "fail" and not fault.passes and call.name in ("read", "pread64")
     return lost and call.paths[0].endswith(f"/{scene.registry}")

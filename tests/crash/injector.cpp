@@ -15,7 +15,7 @@
 //   shorten      the call moves half of the bytes that it was asked to move
 //
 // --lasting: later calls of the same name are treated like the one at the point. A program that is
-// struck a thousand times asks for ever: it is killed.
+// struck a hundred thousand times asks for ever: it is killed.
 // The trace has a line for each counted call, "N<tab>name<tab>result<tab>path..." (the path of a
 // descriptor for calls that take one), and a last line "exit STATUS", "signal NUMBER" or, for one
 // that asked for ever, "endless". --details adds "=ARGUMENT,..." (the first four, in hex),
@@ -63,7 +63,7 @@ struct Options {
 constexpr char kBegin[] = "/regdriver/begin";
 constexpr char kEnd[] = "/regdriver/end";
 constexpr unsigned long kLongestPath = 4096;
-constexpr unsigned kEndless = 1000;  // more strikes than any update has calls
+constexpr unsigned kEndless = 100000;  // more strikes than any update makes calls
 constexpr int kSyscallStop = SIGTRAP | 0x80;
 
 [[noreturn]] void stop(int status, const char* what) {

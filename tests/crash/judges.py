@@ -137,7 +137,7 @@ def judge_failure(stage, fault, _):
     """After a failing call: the status tells the truth, nothing is held, the next update succeeds."""
     outcome, end, missed = fault.strike(stage)
     if end == faults.ENDLESS:
-        return judge_endless(stage, fault)
+        return ["asks for ever"]
     if not end.startswith("exit") or missed:
         return [f"ended by {end}", *missed]
     scene = stage.scene
@@ -150,12 +150,6 @@ def judge_failure(stage, fault, _):
         if outcome.status == model.OK and faults.must_fail(fault, stage.registry.parent):
             wrong.append("success without what the update depends on")
     return wrong + judge_aftermath(stage)
-
-
-def judge_endless(stage, fault):
-    """A run that asked for ever has been killed: as after any death, and only some calls may be asked so."""
-    wrong = [] if fault.may_be_endless else ["asks for ever"]
-    return wrong + judge_company(stage) + judge_aftermath(stage)
 
 
 def judge_retry(stage, fault, _):

@@ -14,6 +14,7 @@ TEXT_VERIFY = "genreg/text/text_verify.cpp"
 SYNC = "platform/osse/sync.cpp"
 FILES = "platform/osse/files.cpp"
 FILE_LOCK = "platform/osse/file_lock.cpp"
+INTERRUPTIONS = "platform/osse/interruptions.h"
 HANDLE = "platform/osse/file_handle.cpp"
 
 MUTANTS = {
@@ -127,9 +128,10 @@ MUTANTS = {
     ],
     SYNC: [
         ("nothing is ever synced", "  return fsync(descriptor);", "  return 0 * descriptor;"),
-        ("an interrupted sync has failed", "if (errno != EINTR) return errno;", "return errno;"),
-        ("a failed sync is asked again", "if (errno != EINTR) return errno;",
-         "if (errno != EINTR && errno != EIO) return errno;"),
+        ("an interrupted sync has failed", "repeatInterrupted([&] { return syncOnce(descriptor); })",
+         "syncOnce(descriptor)"),
+        ("a failed sync is asked again", "return syncOnce(descriptor); })",
+         "return syncOnce(descriptor) == 0 ? 0 : syncOnce(descriptor); })"),
         ("files are synced against the policy",
          "ossFileSync(int descriptor) {\n  if (ossGetSyncPolicy() == OSSSyncPolicy::none) return status::ok;",
          "ossFileSync(int descriptor) {"),
@@ -151,11 +153,18 @@ MUTANTS = {
     FILE_LOCK: [
         ("locks are the process's", "kTryLock = F_OFD_SETLK;", "kTryLock = F_SETLK;"),
         ("waiting locks are the process's", "kWaitLock = F_OFD_SETLKW;", "kWaitLock = F_SETLKW;"),
-        ("a signal ends the wait", "    if (errno == EINTR) continue;\n", ""),
-        ("a held lock is a system error", "    if (errno == EAGAIN || errno == EACCES) return status::lock_held;\n", ""),
+        ("a signal ends the wait", "repeatInterrupted([&] { return fcntl(descriptor, command, &whole); })",
+         "fcntl(descriptor, command, &whole)"),
+        ("a held lock is a system error", "  if (errno == EAGAIN || errno == EACCES) return status::lock_held;\n", ""),
         ("every lock is shared", "== kOssLockExclusive ? F_WRLCK : F_RDLCK", "== kOssLockExclusive ? F_RDLCK : F_RDLCK"),
         ("unlocking does nothing", "return request(descriptor_, kTryLock, F_UNLCK);", "return status::ok;"),
         ("the limit on waiting is not heeded", "if (limit < 0) return request(", "return request("),
+    ],
+    INTERRUPTIONS: [
+        ("an interrupted call has failed", "result != -1 || errno != EINTR", "true"),
+        ("a failed call is made again", "result != -1 || errno != EINTR", "result != -1"),
+        ("a call is made for ever", "return now - since_ >= kFastest;", "return true;"),
+        ("a thousand interruptions are too many", "return now - since_ >= kFastest;", "return false;"),
     ],
     HANDLE: [
         ("links are followed", "params.options & kOssOpenNoFollow) != 0 ? O_NOFOLLOW : 0", "params.options & kOssOpenNoFollow) != 0 ? 0 : 0"),
