@@ -51,7 +51,7 @@ proof_table() {
 }
 
 run_proof() {
-  local operations=1000000 fuzz_seconds=1800 size=--full tests=build/dev/tests
+  local operations=1000000 fuzz_seconds=${VRX_FUZZ_SECONDS:-1800} size=--full tests=build/dev/tests
   if [[ ${1:-} == --quick ]]; then
     operations=20000 fuzz_seconds=20 size=--short
   fi
