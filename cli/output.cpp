@@ -10,6 +10,7 @@
 
 #include "cli/filter.h"
 #include "cli/text.h"
+#include "platform/osse/interruptions.h"
 
 namespace cli {
 
@@ -163,12 +164,10 @@ std::string render(const ChangeReport& report, const Arguments& arguments) {
 void writeOutput(const std::string& text) {
   std::size_t written = 0;
   while (written < text.size()) {
-    const ssize_t rc = write(STDOUT_FILENO, text.data() + written, text.size() - written);
-    if (rc >= 0) {
-      written += static_cast<std::size_t>(rc);
-    } else if (errno != EINTR) {
-      throw Failure(Exit::io, fmt::format("standard output: {}", std::strerror(errno)));
-    }
+    const ssize_t rc = oss::repeatInterrupted(
+        [&] { return write(STDOUT_FILENO, text.data() + written, text.size() - written); });
+    if (rc <= 0) throw Failure(Exit::io, fmt::format("standard output: {}", std::strerror(errno)));
+    written += static_cast<std::size_t>(rc);
   }
 }
 

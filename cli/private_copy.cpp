@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "cli/failure.h"
+#include "platform/osse/interruptions.h"
 
 namespace cli {
 
@@ -23,9 +24,8 @@ namespace {
 // 0 or an errno value.
 int writeAll(int to, const char* bytes, std::size_t count) {
   while (count > 0) {
-    const ssize_t written = write(to, bytes, count);
-    if (written < 0 && errno != EINTR) return errno;
-    if (written <= 0) continue;
+    const ssize_t written = oss::repeatInterrupted([&] { return write(to, bytes, count); });
+    if (written <= 0) return written < 0 ? errno : EIO;
     bytes += written;
     count -= static_cast<std::size_t>(written);
   }
@@ -37,8 +37,8 @@ int copyBytes(int from, int to, long long limit) {
   std::vector<char> block(std::size_t{1} << 16);
   off_t offset = 0;
   for (;;) {
-    const ssize_t count = pread(from, block.data(), block.size(), offset);
-    if (count < 0 && errno == EINTR) continue;
+    const ssize_t count =
+        oss::repeatInterrupted([&] { return pread(from, block.data(), block.size(), offset); });
     if (count <= 0) return count < 0 ? errno : 0;
     offset += count;
     if (offset > limit) return EFBIG;

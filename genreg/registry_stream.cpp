@@ -16,9 +16,9 @@
 namespace genreg {
 namespace {
 
-// A stream's buffer holds the whole of a small file, with room for one more record, and a large
+// A stream's buffer holds the whole of a small file, with room for a short record more, and a large
 // block of a big one.
-constexpr unsigned long long kRoomForOne = 4096;
+constexpr unsigned long long kRoomForMore = 4096;
 constexpr unsigned long long kLargestBuffer = 128 * 1024;
 
 struct Stream {
@@ -28,7 +28,7 @@ struct Stream {
 
 // Without memory for the large buffer the stream keeps its own small one.
 void* largeBuffer(FILE* file, unsigned long long fileSize) {
-  const auto size = static_cast<unsigned long>(std::min(fileSize + kRoomForOne, kLargestBuffer));
+  const auto size = static_cast<unsigned long>(std::min(fileSize + kRoomForMore, kLargestBuffer));
   void* buffer = nullptr;
   if (ossMemAlloc(&buffer, size, __FILE__, __LINE__) != status::ok) return nullptr;
   if (std::setvbuf(file, static_cast<char*>(buffer), _IOFBF, size) == 0) return buffer;

@@ -6,6 +6,7 @@
 // have been put there by anybody: only a regular file with one name is written to, and nothing is
 // followed, waited for or created over.
 #include <fcntl.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -59,6 +60,15 @@ void settleLog(const OpenLog& log, const struct stat& info) {
   }
 }
 
+// Whether the next write would end the process, as one behind the largest file that it may write
+// does.
+bool isAtSizeLimit(int fd) {
+  rlimit limit{};
+  const off_t end = lseek(fd, 0, SEEK_CUR);
+  return getrlimit(RLIMIT_FSIZE, &limit) == 0 && end >= 0 &&
+         static_cast<rlim_t>(end) >= limit.rlim_cur;
+}
+
 // One call, so that lines of several processes do not mix; where the system takes a part only, the
 // rest follows at once.
 void writeLine(genreg::Operation& op, int fd, const globalreg::LineBuffer& line) {
@@ -66,8 +76,10 @@ void writeLine(genreg::Operation& op, int fd, const globalreg::LineBuffer& line)
     const ssize_t written =
         oss::repeatInterrupted([&] { return write(fd, line.data() + done, line.size() - done); });
     if (written < 0) return op.note(4, ossErrorMapSystem(errno), status::ok);
-    if (written == 0) return op.note(5, ossErrorMapSystem(ENOSPC), status::ok);
     done += static_cast<std::size_t>(written);
+    if (done < line.size() && (written == 0 || isAtSizeLimit(fd))) {
+      return op.note(5, ossErrorMapSystem(ENOSPC), status::ok);
+    }
   }
 }
 

@@ -21,9 +21,12 @@ namespace {
 using namespace vrxbench;
 
 struct Registry {
+  Registry(const std::string& file, unsigned long count)
+      : path(file), records(count), last(count - 1) {}
+
   std::string path;
   unsigned long records;
-  unsigned long last() const { return records - 1; }
+  Wanted last;
 };
 
 void change(const Registry& registry) {
@@ -51,19 +54,18 @@ struct Operation {
 };
 
 const Operation kOperations[] = {
-    {"lookup", frameOf, [](const Registry& r) { store::expectFound(r.path, Wanted(r.last())); }},
+    {"lookup", frameOf, [](const Registry& r) { store::expectFound(r.path, r.last); }},
     {"scan", frameOf, [](const Registry& r) { store::scan(r.path, r.records, Look::kTexts); }},
     {"change", frameOf, change},
-    {"directory-lookup", frameOf,
-     [](const Registry& r) { directory::expectFound(Wanted(r.last())); }},
+    {"directory-lookup", frameOf, [](const Registry& r) { directory::expectFound(r.last); }},
     {"directory-scan", frameOf,
      [](const Registry& r) { directory::scan(r.records, Look::kTexts); }},
     {"profile-get", settingLine,
-     [](const Registry& r) { profile::get(r.path, settingName(r.last()), true); }},
+     [](const Registry& r) { profile::get(r.path, settingName(r.records - 1), true); }},
     {"profile-list", settingLine, [](const Registry& r) { profile::list(r.path, r.records); }},
     {"profile-set", settingLine, setProfile},
     {"services-get", serviceLine,
-     [](const Registry& r) { services::get(r.path, serviceName(r.last())); }},
+     [](const Registry& r) { services::get(r.path, serviceName(r.records - 1)); }},
     {"services-change", serviceLine, changeService},
 };
 
@@ -76,7 +78,7 @@ void fill(const Operation& operation, const Registry& registry) {
 
 // A first operation on another registry has the C library set up what it sets up once.
 void warmUp(const Operation& operation, const Registry& registry) {
-  const Registry small = {registry.path + ".small", 10};
+  const Registry small(registry.path + ".small", 10);
   fill(operation, small);
   useDirectory(small);
   operation.run(small);
@@ -97,7 +99,7 @@ void measure(const Operation& operation, const Registry& registry) {
 
 int main(int argc, char** argv) {
   require(argc == 4, "usage: vrxbench_costs OPERATION FILE RECORDS");
-  const Registry registry = {argv[2], std::strtoul(argv[3], nullptr, 10)};
+  const Registry registry(argv[2], std::strtoul(argv[3], nullptr, 10));
   for (const Operation& operation : kOperations) {
     if (std::strcmp(operation.name, argv[1]) != 0) continue;
     measure(operation, registry);

@@ -51,6 +51,17 @@ OSSStatus request(int descriptor, int command, short type) {
   return ossErrorMapSystem(errno);
 }
 
+// Waits for as long as it takes, through any number of signals: after many of them the system still
+// has to know that the lock is held.
+OSSStatus requestWaiting(int descriptor, short type) {
+  for (;;) {
+    OSSStatus rc = request(descriptor, kWaitLock, type);
+    if (rc != ossErrorMapSystem(EINTR)) return rc;
+    rc = request(descriptor, kTryLock, type);
+    if (rc != status::lock_held) return rc;
+  }
+}
+
 // Far limits become one that the clock can hold.
 Clock::time_point deadlineAfter(long long milliseconds) {
   const Clock::time_point now = Clock::now();
@@ -86,7 +97,7 @@ OSSStatus OSSHFile::lock(const OSSFileLockParams* params) {
   const short type = params->type == kOssLockExclusive ? F_WRLCK : F_RDLCK;
   if (params->wait == kOssLockNoWait) return request(descriptor_, kTryLock, type);
   const long long limit = ossGetLockTimeLimit();
-  if (limit < 0) return request(descriptor_, kWaitLock, type);
+  if (limit < 0) return requestWaiting(descriptor_, type);
   return requestUntil(descriptor_, type, limit);
 }
 

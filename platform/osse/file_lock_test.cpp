@@ -17,6 +17,7 @@
 
 #include "platform/osse/errors.h"
 #include "platform/osse/file_handle.h"
+#include "platform/osse/interruptions.h"
 #include "tests/support/faults.h"
 #include "tests/support/temp_dir.h"
 #include "tests/support/test_child.h"
@@ -234,11 +235,13 @@ constexpr bool kSignalsComeLate = true;
 constexpr bool kSignalsComeLate = false;
 #endif
 
-void expectInterruptedWaitGoesOn(OSSHFile* holder, OSSHFile* waiting) {
+constexpr int kFewSignals = 5;
+
+void expectInterruptedWaitGoesOn(OSSHFile* holder, OSSHFile* waiting, int count = kFewSignals) {
   const InterruptingSignal signals;
   ASSERT_EQ(holder->lock(&kExclusive), status::ok);
   Waiter waiter(waiting);
-  for (int i = 1; i <= 5; ++i) {
+  for (int i = 1; i <= count; ++i) {
     waiter.awaitSleep();
     waiter.interrupt();
     while (interruptions < i)
@@ -253,6 +256,11 @@ void expectInterruptedWaitGoesOn(OSSHFile* holder, OSSHFile* waiting) {
 TEST_F(OssFileLock, ASignalDoesNotEndAWait) {
   if (kSignalsComeLate) GTEST_SKIP() << "signals are held back";
   expectInterruptedWaitGoesOn(&one_, &two_);
+}
+
+TEST_F(OssFileLock, ManySignalsDoNotEndAWait) {
+  if (kSignalsComeLate) GTEST_SKIP() << "signals are held back";
+  expectInterruptedWaitGoesOn(&one_, &two_, 2 * kMostInterruptions + kFewSignals);
 }
 
 TEST_F(OssFileLock, ASignalDoesNotEndALimitedWait) {

@@ -109,8 +109,9 @@ OSSStatus ossBuildHomeDirectoryRelativePath(const char* user, const char* relati
     int error = 0;
     (void)repeatInterrupted([&] {  // fails as system calls do, for errno's sake alone
       error = getpwnam_r(user, &entry, buffer.get(), room, &found);
+      if (error == 0) return 0;
       errno = error;
-      return error == 0 ? 0 : -1;
+      return -1;
     });
     if (found != nullptr) return appendToHome(entry.pw_dir, relative, out, size);
     if (meansUnknown(error)) return status::unknown_user;
