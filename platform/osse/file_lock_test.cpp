@@ -258,6 +258,17 @@ TEST_F(OssFileLock, ASignalDoesNotEndAWait) {
   expectInterruptedWaitGoesOn(&one_, &two_);
 }
 
+TEST_F(OssFileLock, ARequestThatDoesNotWaitIsRepeatedWhenItWasInterrupted) {
+  {
+    const vrxtest::FailCall fault(vrxtest::Call::kLockFcntl, 1, EINTR);
+    EXPECT_EQ(one_.lock(&kExclusiveNow), status::ok);
+    EXPECT_EQ(fault.calls(), 2);
+  }
+  const vrxtest::FailCall fault(vrxtest::Call::kLockFcntl, 1, EINTR);
+  EXPECT_EQ(one_.unlock(), status::ok);
+  EXPECT_TRUE(anotherProcessGets(kExclusiveNow));
+}
+
 TEST_F(OssFileLock, ManySignalsDoNotEndAWait) {
   if (kSignalsComeLate) GTEST_SKIP() << "signals are held back";
   expectInterruptedWaitGoesOn(&one_, &two_, 2 * kMostInterruptions + kFewSignals);

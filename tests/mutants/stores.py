@@ -153,7 +153,7 @@ MUTANTS = {
     FILE_LOCK: [
         ("locks are the process's", "kTryLock = F_OFD_SETLK;", "kTryLock = F_SETLK;"),
         ("waiting locks are the process's", "kWaitLock = F_OFD_SETLKW;", "kWaitLock = F_SETLKW;"),
-        ("a signal ends the wait", "repeatInterrupted([&] { return fcntl(descriptor, command, &whole); })",
+        ("a request that was interrupted has failed", "repeatInterrupted([&] { return fcntl(descriptor, command, &whole); })",
          "fcntl(descriptor, command, &whole)"),
         ("many signals end the wait", "    if (rc != ossErrorMapSystem(EINTR)) return rc;", "    return rc;"),
         ("a lock that cannot be had is waited for", "    if (rc != status::lock_held) return rc;\n", ""),
