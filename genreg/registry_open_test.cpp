@@ -215,6 +215,16 @@ TEST_F(RegistryOpen, LinkedRegistryIsOpenedAtItsRealPath) {
   EXPECT_FALSE(vrxtest::pathExists(files.temporary));
 }
 
+TEST_F(RegistryOpen, ReaderOfALinkKnowsTheRealPath) {
+  const PlainFiles real(folder, "real");
+  writeFile(real.registry, "real contents");
+  ASSERT_EQ(symlink("real", files.registry.c_str()), 0);
+  PlainRegistry registry(files.registry);
+  ASSERT_EQ(registry.OpenReg(kGenRegRead), 0u);
+  EXPECT_EQ(registry.registryPath, real.registry);
+  EXPECT_EQ(registry.lockPath, real.lock);
+}
+
 TEST_F(RegistryOpen, DanglingLinkIsAMissingRegistryUnlessAdding) {
   ASSERT_EQ(symlink("data/real", files.registry.c_str()), 0);
   PlainRegistry registry(files.registry);

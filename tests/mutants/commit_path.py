@@ -41,9 +41,10 @@ MUTANTS = {
         ("the lock file stays open", "rc = lockFile.close();", "rc = status::ok;"),
     ],
     FILES: [
-        ("updates follow a link in the registry's place", "  request.options |= kOssOpenNoFollow;\n", ""),
+        ("readers do not look where a link leads", "  request.options |= kOssOpenNoFollow;\n", ""),
     ],
     OPEN: [
+        ("updates follow a link in the registry's place", "  request.options |= kOssOpenNoFollow;\n", ""),
         ("adding follows a link in the registry's place",
          "request.options = kOssOpenOrCreate | kOssOpenNoFollow;", "request.options = kOssOpenOrCreate;"),
         ("a created registry is not locked exclusively", "  request.lockType = kOssLockExclusive;\n", ""),
