@@ -15,8 +15,11 @@
 namespace genreg {
 namespace {
 
-// Large enough that the system call is not felt, small enough to stay in the nearest cache.
-constexpr unsigned long long kBlockSize = 32 * 1024;
+// Large enough that the system call is not felt, small enough to stay in the cache. An update has
+// three blocks beside the buffer that it writes from: of larger ones the C library would give the
+// memory back to the system each time.
+constexpr std::size_t kStreamBlock = 32 * 1024;
+constexpr std::size_t kLookupBlock = 64 * 1024;
 
 // What a lookup reads first.
 constexpr std::size_t kFirstRead = 4096;
@@ -31,12 +34,14 @@ BlockCursor::~BlockCursor() {
 
 void BlockCursor::readFrom(FILE* stream, unsigned long long position, unsigned long long fileSize) {
   stream_ = stream;
+  blockSize_ = kStreamBlock;
   start(position, fileSize, kAllThereIs);
 }
 
 void BlockCursor::readFrom(int descriptor, unsigned long long fileSize) {
   stream_ = nullptr;
   descriptor_ = descriptor;
+  blockSize_ = kLookupBlock;
   start(0, fileSize, kFirstRead);
 }
 
@@ -85,7 +90,7 @@ bool BlockCursor::reserve(std::size_t count) {
     return true;
   }
   void* larger = nullptr;
-  if (ossMemAlloc(&larger, count, __FILE__, __LINE__) != status::ok) return false;
+  if (ossMemAllocUncleared(&larger, count, __FILE__, __LINE__) != status::ok) return false;
   if (kept > 0) std::memcpy(larger, at_, kept);
   if (block_ != nullptr) (void)ossMemFree(block_, __FILE__, __LINE__);  // as in the destructor
   block_ = static_cast<unsigned char*>(larger);
@@ -119,7 +124,8 @@ BlockCursor::Step BlockCursor::refill(std::size_t count) {
   const unsigned long long left = this->left();
   if (!located_) return fail(Step::kUnread);
   if (count > left) return Step::kEnd;
-  const std::size_t useful = std::max(count, static_cast<std::size_t>(std::min(left, kBlockSize)));
+  const auto block = static_cast<std::size_t>(std::min<unsigned long long>(left, blockSize_));
+  const std::size_t useful = std::max(count, block);
   if (!reserve(useful)) return fail(Step::kNoMemory);
   const std::size_t needed = count - available();
   const std::size_t room = std::min(capacity_ - available(), std::max(needed, nextRead_));

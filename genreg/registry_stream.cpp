@@ -30,7 +30,7 @@ struct Stream {
 void* largeBuffer(FILE* file, unsigned long long fileSize) {
   const auto size = static_cast<unsigned long>(std::min(fileSize + kRoomForMore, kLargestBuffer));
   void* buffer = nullptr;
-  if (ossMemAlloc(&buffer, size, __FILE__, __LINE__) != status::ok) return nullptr;
+  if (ossMemAllocUncleared(&buffer, size, __FILE__, __LINE__) != status::ok) return nullptr;
   if (std::setvbuf(file, static_cast<char*>(buffer), _IOFBF, size) == 0) return buffer;
   (void)ossMemFree(buffer, __FILE__, __LINE__);  // was never written to
   return nullptr;

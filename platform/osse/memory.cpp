@@ -73,16 +73,13 @@ void logNoMemory(unsigned long size, const char* file, unsigned int line) {
   ossLog(kOssMemAlloc, 1, oss::status::no_memory, text);
 }
 
-void* allocate(unsigned long size) {
-  if (size > std::numeric_limits<std::size_t>::max() / 2 - kOverhead) return nullptr;
-  return std::calloc(1, kOverhead + size);
+bool isAbsurd(unsigned long size) {
+  return size > std::numeric_limits<std::size_t>::max() / 2 - kOverhead;
 }
 
-}  // namespace
-
-OSSStatus ossMemAlloc(void** out, unsigned long size, const char* file, unsigned int line) {
-  if (out == nullptr) return oss::status::invalid_argument;
-  void* memory = allocate(size);
+// Makes `memory` a block, or reports that there is none.
+OSSStatus handOut(void* memory, void** out, unsigned long size, const char* file,
+                  unsigned int line) {
   if (memory == nullptr) {
     logNoMemory(size, file, line);
     return oss::status::no_memory;
@@ -93,6 +90,21 @@ OSSStatus ossMemAlloc(void** out, unsigned long size, const char* file, unsigned
   liveBlocks.fetch_add(1, std::memory_order_relaxed);
   *out = header + 1;
   return oss::status::ok;
+}
+
+}  // namespace
+
+OSSStatus ossMemAlloc(void** out, unsigned long size, const char* file, unsigned int line) {
+  if (out == nullptr) return oss::status::invalid_argument;
+  void* const memory = isAbsurd(size) ? nullptr : std::calloc(1, kOverhead + size);
+  return handOut(memory, out, size, file, line);
+}
+
+OSSStatus ossMemAllocUncleared(void** out, unsigned long size, const char* file,
+                               unsigned int line) {
+  if (out == nullptr) return oss::status::invalid_argument;
+  void* const memory = isAbsurd(size) ? nullptr : std::malloc(kOverhead + size);
+  return handOut(memory, out, size, file, line);
 }
 
 OSSStatus ossMemFree(void* block, const char* file, unsigned int line) {

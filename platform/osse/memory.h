@@ -20,6 +20,11 @@
 [[nodiscard]] VRXOSSE_API OSSStatus ossMemAlloc(void** out, unsigned long size, const char* file,
                                                 unsigned int line);
 
+// The same with whatever the memory holds instead of zeros: for a block that is filled before it is
+// looked at.
+[[nodiscard]] VRXOSSE_API OSSStatus ossMemAllocUncleared(void** out, unsigned long size,
+                                                         const char* file, unsigned int line);
+
 // Gives a block back; null succeeds. `file` and `line` tell who frees.
 // memory_damaged: a guard word was overwritten. The block is then logged and left allocated, since
 // the allocator's own words may be damaged too.

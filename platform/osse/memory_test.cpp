@@ -18,9 +18,12 @@ namespace {
 
 using namespace oss;
 
-unsigned char* allocated(unsigned long size) {
+using Allocate = decltype(&ossMemAlloc);
+constexpr Allocate kBoth[] = {ossMemAlloc, ossMemAllocUncleared};
+
+unsigned char* allocated(unsigned long size, Allocate allocate = ossMemAlloc) {
   void* block = nullptr;
-  EXPECT_EQ(ossMemAlloc(&block, size, __FILE__, __LINE__), status::ok);
+  EXPECT_EQ(allocate(&block, size, __FILE__, __LINE__), status::ok);
   EXPECT_NE(block, nullptr);
   return static_cast<unsigned char*>(block);
 }
@@ -39,6 +42,18 @@ TEST(OssMemory, BlocksAreZeroFilledAfterUseToo) {
   }
 }
 
+TEST(OssMemory, UnclearedBlocksAreCountedAndNoticeOverruns) {
+  const unsigned long before = ossMemLiveBlocks();
+  unsigned char* block = allocated(20, ossMemAllocUncleared);
+  EXPECT_EQ(ossMemLiveBlocks(), before + 1);
+  const unsigned char behind = block[20];
+  block[20] = static_cast<unsigned char>(~behind);
+  EXPECT_EQ(ossMemFree(block, __FILE__, __LINE__), status::memory_damaged);
+  block[20] = behind;
+  release(block);
+  EXPECT_EQ(ossMemLiveBlocks(), before);
+}
+
 TEST(OssMemory, SizeZeroGivesABlock) {
   unsigned char* block = allocated(0);
   EXPECT_EQ(ossMemCapacity(block), 0u);
@@ -46,11 +61,11 @@ TEST(OssMemory, SizeZeroGivesABlock) {
 }
 
 TEST(OssMemory, EverySizeKeepsTheLargestAlignmentAndItsCapacity) {
-  for (unsigned long size = 0; size < 200; ++size) {
-    unsigned char* block = allocated(size);
+  for (unsigned long size = 0; size < 400; ++size) {
+    unsigned char* block = allocated(size / 2, kBoth[size % 2]);
     EXPECT_EQ(reinterpret_cast<std::uintptr_t>(block) % alignof(std::max_align_t), 0u) << size;
-    EXPECT_EQ(ossMemCapacity(block), size);
-    std::memset(block, 0xFF, size);
+    EXPECT_EQ(ossMemCapacity(block), size / 2);
+    std::memset(block, 0xFF, size / 2);
     release(block);
   }
 }
@@ -61,7 +76,8 @@ TEST(OssMemory, NullFreesAndHasNoCapacity) {
 }
 
 TEST(OssMemory, NullOutputIsAnInvalidArgument) {
-  EXPECT_EQ(ossMemAlloc(nullptr, 1, __FILE__, __LINE__), status::invalid_argument);
+  for (const Allocate allocate : kBoth)
+    EXPECT_EQ(allocate(nullptr, 1, __FILE__, __LINE__), status::invalid_argument);
 }
 
 TEST(OssMemory, AbsurdSizesFailAndLeaveTheOutput) {
@@ -69,8 +85,10 @@ TEST(OssMemory, AbsurdSizesFailAndLeaveTheOutput) {
   for (const unsigned long size :
        {ULONG_MAX, ULONG_MAX - 1, ULONG_MAX - 64, ULONG_MAX / 2, ULONG_MAX / 2 - 8}) {
     void* block = &marker;
-    EXPECT_EQ(ossMemAlloc(&block, size, __FILE__, __LINE__), status::no_memory) << size;
-    EXPECT_EQ(block, &marker);
+    for (const Allocate allocate : kBoth) {
+      EXPECT_EQ(allocate(&block, size, __FILE__, __LINE__), status::no_memory) << size;
+      EXPECT_EQ(block, &marker);
+    }
   }
 }
 

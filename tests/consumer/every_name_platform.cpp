@@ -26,6 +26,9 @@ void callMemory() {
   HOLDS(ossMemLiveBlocks() == before + 1);
   RETURNS(0, ossMemFree(block, __FILE__, __LINE__));
   HOLDS(ossMemLiveBlocks() == before);
+  RETURNS(0, ossMemAllocUncleared(&block, 100, __FILE__, __LINE__));
+  HOLDS(ossMemCapacity(block) == 100);
+  RETURNS(0, ossMemFree(block, __FILE__, __LINE__));
 }
 
 void callPaths() {

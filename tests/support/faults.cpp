@@ -125,6 +125,8 @@ VRX_WRAP(int, Setvbuf, "setvbuf", (FILE*, char*, int, size_t));
 VRX_WRAP(void*, New, VRX_NAME_OF_NEW, (std::size_t, const std::nothrow_t&));
 VRX_WRAP(OSSStatus, MemAlloc, "_Z11ossMemAllocPPvmPKcj",
          (void**, unsigned long, const char*, unsigned int));
+VRX_WRAP(OSSStatus, MemAllocUncleared, "_Z20ossMemAllocUnclearedPPvmPKcj",
+         (void**, unsigned long, const char*, unsigned int));
 VRX_WRAP(OSSStatus, MemFree, "_Z10ossMemFreePvPKcj", (void*, const char*, unsigned int));
 VRX_WRAP(OSSStatus, DirectoryName, "_Z16ossDirectoryNamePKcPcm",
          (const char*, char*, unsigned long));
@@ -329,6 +331,12 @@ void* wrapNew(std::size_t size, const std::nothrow_t& tag) {
 OSSStatus wrapMemAlloc(void** out, unsigned long size, const char* file, unsigned int line) {
   const int error = errorFor(Call::kMemAlloc);
   return error != 0 ? ossErrorMapSystem(error) : realMemAlloc(out, size, file, line);
+}
+
+OSSStatus wrapMemAllocUncleared(void** out, unsigned long size, const char* file,
+                                unsigned int line) {
+  const int error = errorFor(Call::kMemAlloc);
+  return error != 0 ? ossErrorMapSystem(error) : realMemAllocUncleared(out, size, file, line);
 }
 
 OSSStatus wrapMemFree(void* block, const char* file, unsigned int line) {

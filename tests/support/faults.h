@@ -49,9 +49,9 @@ enum class Call {
   kFwrite,  // sets the stream's error flag
   kSetvbuf,
   // Functions of the platform layer: they fail with the status of the error number.
-  kNew,  // new (std::nothrow), which gives null
-  kMemAlloc,
-  kMemFree,  // releases the block all the same
+  kNew,       // new (std::nothrow), which gives null
+  kMemAlloc,  // with or without clearing
+  kMemFree,   // releases the block all the same
   kDirectoryName,
   kHandleOpen,
   kHandleLock,

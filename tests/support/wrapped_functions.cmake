@@ -7,6 +7,7 @@ set(VRX_WRAP_OPTIONS
   fsync ftello64 ftruncate64 fwrite link mkdir open64 read readlink rename setvbuf unlink
   _Z10ossMemFreePvPKcj
   _Z11ossMemAllocPPvmPKcj
+  _Z20ossMemAllocUnclearedPPvmPKcj
   _Z16ossDirectoryNamePKcPcm
   _ZN8OSSHFile4lockEPK17OSSFileLockParams
   _ZN8OSSHFile4openEPK17OSSFileOpenParams
