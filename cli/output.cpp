@@ -161,14 +161,20 @@ std::string render(const ChangeReport& report, const Arguments& arguments) {
   return (arguments.color ? colorDiff(diff) : diff) + reportLine(report);
 }
 
-void writeOutput(const std::string& text) {
-  std::size_t written = 0;
-  while (written < text.size()) {
-    const ssize_t rc = oss::repeatInterrupted(
-        [&] { return write(STDOUT_FILENO, text.data() + written, text.size() - written); });
-    if (rc <= 0) throw Failure(Exit::io, fmt::format("standard output: {}", std::strerror(errno)));
-    written += static_cast<std::size_t>(rc);
+int writeAll(int to, std::string_view bytes) {
+  while (!bytes.empty()) {
+    const ssize_t written =
+        oss::repeatInterrupted([&] { return write(to, bytes.data(), bytes.size()); });
+    if (written <= 0) return written < 0 ? errno : EIO;
+    bytes.remove_prefix(static_cast<std::size_t>(written));
   }
+  return 0;
+}
+
+void writeOutput(const std::string& text) {
+  const int error = writeAll(STDOUT_FILENO, text);
+  if (error == 0) return;
+  throw Failure(Exit::io, fmt::format("standard output: {}", std::strerror(error)));
 }
 
 }  // namespace cli

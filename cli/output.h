@@ -7,6 +7,7 @@
 
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "cli/arguments.h"
@@ -77,6 +78,9 @@ std::string fileDiff(const std::string& path, const std::optional<std::string>& 
                      const std::optional<std::string>& after, const std::string& newRemark);
 // Removed lines red, added lines green.
 std::string colorDiff(const std::string& diff);
+
+// Writes all of `bytes` to a descriptor: 0 or an errno value.
+int writeAll(int to, std::string_view bytes);
 
 // Writes all of `text` to standard output. Throws Failure (io).
 void writeOutput(const std::string& text);

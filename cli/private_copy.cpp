@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "cli/failure.h"
+#include "cli/output.h"
 #include "platform/osse/interruptions.h"
 
 namespace cli {
@@ -20,17 +21,6 @@ namespace cli {
 namespace fs = std::filesystem;
 
 namespace {
-
-// 0 or an errno value.
-int writeAll(int to, const char* bytes, std::size_t count) {
-  while (count > 0) {
-    const ssize_t written = oss::repeatInterrupted([&] { return write(to, bytes, count); });
-    if (written <= 0) return written < 0 ? errno : EIO;
-    bytes += written;
-    count -= static_cast<std::size_t>(written);
-  }
-  return 0;
-}
 
 // Copies at most `limit` bytes: 0 or an errno value, EFBIG when there are more.
 int copyBytes(int from, int to, long long limit) {
@@ -42,7 +32,7 @@ int copyBytes(int from, int to, long long limit) {
     if (count <= 0) return count < 0 ? errno : 0;
     offset += count;
     if (offset > limit) return EFBIG;
-    const int error = writeAll(to, block.data(), static_cast<std::size_t>(count));
+    const int error = writeAll(to, {block.data(), static_cast<std::size_t>(count)});
     if (error != 0) return error;
   }
 }

@@ -34,14 +34,12 @@ BlockCursor::~BlockCursor() {
 
 void BlockCursor::readFrom(FILE* stream, unsigned long long position, unsigned long long fileSize) {
   stream_ = stream;
-  blockSize_ = kStreamBlock;
   start(position, fileSize, kAllThereIs);
 }
 
 void BlockCursor::readFrom(int descriptor, unsigned long long fileSize) {
   stream_ = nullptr;
   descriptor_ = descriptor;
-  blockSize_ = kLookupBlock;
   start(0, fileSize, kFirstRead);
 }
 
@@ -124,7 +122,8 @@ BlockCursor::Step BlockCursor::refill(std::size_t count) {
   const unsigned long long left = this->left();
   if (!located_) return fail(Step::kUnread);
   if (count > left) return Step::kEnd;
-  const auto block = static_cast<std::size_t>(std::min<unsigned long long>(left, blockSize_));
+  const std::size_t largest = stream_ != nullptr ? kStreamBlock : kLookupBlock;
+  const auto block = static_cast<std::size_t>(std::min<unsigned long long>(left, largest));
   const std::size_t useful = std::max(count, block);
   if (!reserve(useful)) return fail(Step::kNoMemory);
   const std::size_t needed = count - available();

@@ -22,11 +22,13 @@ using namespace vrxbench;
 
 struct Registry {
   Registry(const std::string& file, unsigned long count)
-      : path(file), records(count), last(count - 1) {}
+      : path(file), records(count), wanted(count - 1) {}
 
   std::string path;
   unsigned long records;
-  Wanted last;
+  Wanted wanted;  // the last record
+
+  unsigned long last() const { return records - 1; }
 };
 
 void change(const Registry& registry) {
@@ -54,18 +56,18 @@ struct Operation {
 };
 
 const Operation kOperations[] = {
-    {"lookup", frameOf, [](const Registry& r) { store::expectFound(r.path, r.last); }},
+    {"lookup", frameOf, [](const Registry& r) { store::expectFound(r.path, r.wanted); }},
     {"scan", frameOf, [](const Registry& r) { store::scan(r.path, r.records, Look::kTexts); }},
     {"change", frameOf, change},
-    {"directory-lookup", frameOf, [](const Registry& r) { directory::expectFound(r.last); }},
+    {"directory-lookup", frameOf, [](const Registry& r) { directory::expectFound(r.wanted); }},
     {"directory-scan", frameOf,
      [](const Registry& r) { directory::scan(r.records, Look::kTexts); }},
     {"profile-get", settingLine,
-     [](const Registry& r) { profile::get(r.path, settingName(r.records - 1), true); }},
+     [](const Registry& r) { profile::get(r.path, settingName(r.last()), true); }},
     {"profile-list", settingLine, [](const Registry& r) { profile::list(r.path, r.records); }},
     {"profile-set", settingLine, setProfile},
     {"services-get", serviceLine,
-     [](const Registry& r) { services::get(r.path, serviceName(r.records - 1)); }},
+     [](const Registry& r) { services::get(r.path, serviceName(r.last())); }},
     {"services-change", serviceLine, changeService},
 };
 

@@ -65,7 +65,6 @@ class BlockCursor {
   int descriptor_ = -1;
   unsigned long long fileSize_ = 0;
   unsigned long long streamPosition_ = 0;
-  std::size_t blockSize_ = 0;
   std::size_t nextRead_ = 0;  // the most that is read at once, the next time
   bool located_ = true;       // streamPosition_ is where the stream stands
   bool failed_ = false;

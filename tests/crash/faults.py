@@ -119,13 +119,17 @@ def kills(calls):
     return [Fault(call, action) for call in calls for action in ("kill-before", "kill-after")]
 
 
+def failures_with(call, errors, lasting):
+    """The call failing with each of these errors; a descriptor is closed even when close fails."""
+    action = "fail-after" if call.name == "close" else "fail"
+    return [Fault(call, action, error, lasting) for error in errors]
+
+
 def failures(calls, lasting=False):
-    """Each call failing with each of its errors; a descriptor is closed even when close fails."""
+    """Each call failing with each of its errors."""
     out = []
     for call in calls:
-        action = "fail-after" if call.name == "close" else "fail"
-        for error in ERRORS.get(call.name, ("EIO",)):
-            out.append(Fault(call, action, error, lasting))
+        out += failures_with(call, ERRORS.get(call.name, ("EIO",)), lasting)
         if call.name in SHORTENED:
             out.append(Fault(call, "shorten", lasting=lasting))
     return out
@@ -135,10 +139,8 @@ def every_failure(calls, lasting):
     """Each call failing with every error. brk, which reports none, fails in one way."""
     out = []
     for call in calls:
-        action = "fail-after" if call.name == "close" else "fail"
         errors = EVERY_ERROR if ERRORS.get(call.name, EVERY_ERROR) else ()
-        for error in errors if call.name != "brk" else ("ENOMEM",):
-            out.append(Fault(call, action, error, lasting))
+        out += failures_with(call, errors if call.name != "brk" else ("ENOMEM",), lasting)
     return out
 
 
