@@ -64,6 +64,7 @@ constexpr OptionRow kOptions[] = {
     {"--detailed-exitcode", "--detailed-exitcode", kAcceptsDetailed, "10 changed, 0 unchanged"},
     {"--timeout", "--timeout S", 0, "wait at most S seconds for a lock (30; 0; inf)"},
     {"--why", "--why", kAcceptsWhy, "what chose the registry"},
+    {"--follow", "-F, --follow", kAcceptsFollow, "go on with what is logged from now on"},
     {"--quiet", "-q, --quiet", 0, "no reports of what was done or not found"},
     {"--verbose", "-v, --verbose", 0, "the library's own log on standard error"},
     {"--color", "--color WHEN", 0, "auto, always, never"},
@@ -88,6 +89,7 @@ void addReadingOptions(CLI::App& app, Arguments& arguments, Raw& raw) {
   app.add_option("--version-of", arguments.version);
   app.add_option("--name", arguments.name);
   app.add_flag("--why", arguments.why);
+  app.add_flag("-F,--follow", arguments.follow);
 }
 
 void addChangingOptions(CLI::App& app, Arguments& arguments, Raw& raw) {

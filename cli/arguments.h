@@ -29,7 +29,8 @@ enum Accepts : unsigned {
   kAcceptsWhy = 0x2000,
   kAcceptsRegistry = 0x4000,
   kAcceptsFile = 0x8000,
-  kAcceptsAllLines = 0x10000
+  kAcceptsAllLines = 0x10000,
+  kAcceptsFollow = 0x20000
 };
 
 // The bits that a verb has only on nouns that have them too.
@@ -68,6 +69,7 @@ struct Arguments {
   bool yes = false;
   long long timeLimit = kDefaultTimeLimit;  // milliseconds
   bool why = false;
+  bool follow = false;
 
   bool quiet = false;
   bool verbose = false;

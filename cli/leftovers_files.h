@@ -65,11 +65,6 @@ Contents readContents(const Command& command, const Subject& subject, const Foun
 // The same of a file by its name.
 Contents readContents(const Command& command, const Subject& subject, const Found& found);
 
-// An empty text as an absent value.
-inline Value textOrAbsent(const std::string& text) {
-  return text.empty() ? Value{} : Value(text);
-}
-
 // The failure of an update that is going on, with its holder named.
 Failure busyFailure(const Subject& subject);
 

@@ -33,6 +33,15 @@ void putList(Json* object, const std::string& name, const List& list) {
   (*object)[readable ? name : name + "_b64"] = std::move(items);
 }
 
+void putValue(Json* object, const std::string& name, const Value& value);
+
+Json detailsJson(const Details& details) {
+  Json object = Json::object();
+  for (const NamedValue& item : details.items)
+    putValue(&object, item.name, item.value);
+  return object;
+}
+
 void putValue(Json* object, const std::string& name, const Value& value) {
   if (isAbsent(value)) return;
   if (const auto* version = std::get_if<Version>(&value)) {
@@ -46,6 +55,8 @@ void putValue(Json* object, const std::string& name, const Value& value) {
     (*object)[name] = *yes;
   } else if (const auto* list = std::get_if<List>(&value)) {
     putList(object, name, *list);
+  } else if (const auto* details = std::get_if<Details>(&value)) {
+    (*object)[name] = detailsJson(*details);
   } else {
     putText(object, name, std::get<std::string>(value));
   }

@@ -24,6 +24,12 @@ struct TextOf {
   std::string operator()(std::uint64_t number) const { return std::to_string(number); }
   std::string operator()(std::int64_t number) const { return std::to_string(number); }
   std::string operator()(const List& list) const { return join(list.items, ","); }
+  std::string operator()(const Details& details) const {
+    std::vector<std::string> texts;
+    for (const NamedValue& item : details.items)
+      texts.push_back(item.name + "=" + valueText(item.value));
+    return join(texts, ",");
+  }
   std::string operator()(bool yes) const { return yes ? "yes" : "no"; }
   std::string operator()(Version version) const { return version.text(); }
 };
@@ -104,6 +110,13 @@ int compareOrdered(const T& a, const T& b) {
 }
 
 }  // namespace
+
+bool operator==(const Details& a, const Details& b) {
+  const auto same = [](const NamedValue& x, const NamedValue& y) {
+    return x.name == y.name && x.value == y.value;
+  };
+  return std::equal(a.items.begin(), a.items.end(), b.items.begin(), b.items.end(), same);
+}
 
 std::string valueText(const Value& value) {
   return std::visit(TextOf{}, value);
@@ -188,7 +201,10 @@ int compareValues(const Value& a, const Value& b) {
   if (const auto* list = std::get_if<List>(&a)) {
     return compareOrdered(list->items, std::get<List>(b).items);
   }
-  return compareOrdered(std::get<std::string>(a), std::get<std::string>(b));
+  if (const auto* text = std::get_if<std::string>(&a)) {
+    return compareOrdered(*text, std::get<std::string>(b));
+  }
+  return compareOrdered(valueText(a), valueText(b));
 }
 
 int findField(const std::vector<Field>& fields, std::string_view name) {

@@ -32,12 +32,29 @@ inline bool operator==(const List& a, const List& b) {
   return a.items == b.items;
 }
 
+// Named values in order: a record within a record.
+struct NamedValue;
+struct Details {
+  std::vector<NamedValue> items;
+};
+bool operator==(const Details& a, const Details& b);
+
 // The value of one field; std::monostate is an absent field, which is neither empty nor 0 nor "no".
-using Value =
-    std::variant<std::monostate, std::string, std::uint64_t, bool, Version, std::int64_t, List>;
+using Value = std::variant<std::monostate, std::string, std::uint64_t, bool, Version, std::int64_t,
+                           List, Details>;
+
+struct NamedValue {
+  std::string name;
+  Value value;
+};
 
 inline bool isAbsent(const Value& value) {
   return std::holds_alternative<std::monostate>(value);
+}
+
+// An empty text as an absent value.
+inline Value textOrAbsent(const std::string& text) {
+  return text.empty() ? Value{} : Value(text);
 }
 
 // Which part of a key a field is, and so which option names it (--service, --version-of, --name).
@@ -70,8 +87,8 @@ struct Row {
   std::vector<UnknownField> unknown;
 };
 
-// The value as plain text: dotted, decimal, yes or no, with commas, or the bytes; empty when
-// absent.
+// The value as plain text: dotted, decimal, yes or no, with commas (named values as NAME=VALUE), or
+// the bytes; empty when absent.
 std::string valueText(const Value& value);
 
 // The value that `text` names; an empty text is an absent field. Throws Failure (refused) with the

@@ -7,7 +7,8 @@ namespace cli {
 namespace {
 
 constexpr unsigned kPlace = kAcceptsRegistry | kAcceptsFile;
-constexpr unsigned kRows = kPlace | kAcceptsFields | kAcceptsHeadings | kAcceptsZero;
+constexpr unsigned kShown = kAcceptsFields | kAcceptsHeadings | kAcceptsZero;
+constexpr unsigned kRows = kPlace | kShown;
 constexpr unsigned kChange =
     kPlace | kAcceptsKeyParts | kAcceptsDryRun | kAcceptsDetailed | kAcceptsZero;
 constexpr unsigned kSteps = kPlace | kAcceptsDryRun | kAcceptsDetailed | kAcceptsZero;
@@ -53,6 +54,8 @@ const std::vector<Verb>& topVerbs() {
       {"version", "V", "a version as text, code and level number", kPlain, Forms::all, &runVersion},
       {"explain", "CODE", "what a status code means and what to do next", kPlain, Forms::all,
        &runExplain},
+      {"log", "[-F]", "the changes of global registries, as they were logged",
+       kShown | kAcceptsFile | kAcceptsWhere | kAcceptsSort | kAcceptsFollow, Forms::all, &runLog},
       {"leftovers list", "[NOUN]", "what interrupted updates left beside a registry",
        kRows | kAcceptsWhere | kAcceptsSort, Forms::all, &runLeftoversList},
       {"leftovers diff", "[NOUN] tmp|cor|bkp", "what a leftover holds that the registry does not",

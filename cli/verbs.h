@@ -65,6 +65,9 @@ Exit runWhere(Command& command);
 Exit runVersion(Command& command);
 Exit runExplain(Command& command);
 
+// log.cpp
+Exit runLog(Command& command);
+
 // leftovers.cpp, leftovers_change.cpp
 Exit runLeftoversList(Command& command);
 Exit runLeftoversDiff(Command& command);

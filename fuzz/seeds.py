@@ -331,6 +331,39 @@ def version_strings():
     }
 
 
+def log_entry(records, action=b"Add", command=b"N/A", path=b"/var/vrx/global.reg", level=b"s1"):
+    return (b'TS="Mon Jan  1 12:00:00 2024";CALLER=UNKNOWN;PID=42;U=-2;BL=' + level + b";FP=7;PATH=" + path
+            + b";ACT=" + action + b";CL=" + command + b";REC=" + records)
+
+
+def change_logs():
+    variable = b"V,VRX,A,1,"
+    instance = b"I,VRX,3.1.0.7,tp1,/home/tp1,oltp,1,0,,,orders"
+    service = b"S,VRX,3.1.0.7,/opt/vrx,,,-1,,A,0,0"
+    change = log_entry(instance + b"!" + instance + b"!", b"Change", b'"vrxreg instance set"')
+    entries = [log_entry(variable), log_entry(service, b"Delete", b'""'), change]
+    seeds = {
+        "empty": b"",
+        "variable": entries[0],
+        "service": entries[1],
+        "change": change,
+        "no-record": log_entry(b"", b"Unknown"),
+        "no-records": log_entry(b"!", b"Change"),
+        "spare-commas": log_entry(variable + b"a, comment"),
+        "two-command-ends": log_entry(variable, command=b'"a";REC=V,b,c,d,"'),
+        "two-path-ends": log_entry(variable, path=b"/r;ACT=Add;CL=N/A;REC=x"),
+        "two-level-ends": log_entry(variable, level=b"s1;FP=1;PATH=/q"),
+        "cut": entries[0][:-9],
+        "log": b"\n".join(entries) + b"\n",
+        "log-with-more": b"foreign\n" + b"\nmore\n".join(entries),
+    }
+    for action in range(4):
+        for kind in range(3):
+            chosen = [action, kind] + [3, 20, 97, 21, 98, 0, 0, 0] * (4 + action)
+            seeds[f"update-{action}-{kind}"] = bytes(chosen)
+    return seeds
+
+
 def main():
     targets = {
         "frame_file": frame_files(),
@@ -342,6 +375,7 @@ def main():
         "checksum_header": checksum_files(),
         "binary_variables": binary_variables(),
         "paths": paths(),
+        "change_log": change_logs(),
     }
     for target, seeds in targets.items():
         folder = CORPUS / target

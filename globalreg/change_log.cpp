@@ -15,13 +15,11 @@
 #include "genreg/internal/operation.h"
 #include "globalreg/global_reg.h"
 #include "globalreg/internal/change_line.h"
-#include "globalreg/internal/fixed_names.h"
 #include "platform/osse/errors.h"
 #include "platform/osse/interruptions.h"
 
 namespace {
 
-using globalreg::kChangeLogPath;
 namespace status = genreg::status;
 
 // Everybody's updates go into the log, whoever made the first.
@@ -40,11 +38,11 @@ struct OpenLog {
 // An existing log is opened without the create flag: in a sticky folder the system may refuse that
 // flag for another user's file. A log that appears in between is opened as an existing one.
 OpenLog openLog() {
-  int fd = open(kChangeLogPath, kOpenFlags);
+  int fd = open(kGlobalRegChangeLog, kOpenFlags);
   if (fd >= 0 || errno != ENOENT) return {fd, Origin::existing};
-  fd = open(kChangeLogPath, kOpenFlags | O_CREAT | O_EXCL, kLogMode);
+  fd = open(kGlobalRegChangeLog, kOpenFlags | O_CREAT | O_EXCL, kLogMode);
   if (fd >= 0 || errno != EEXIST) return {fd, Origin::created};
-  return {open(kChangeLogPath, kOpenFlags), Origin::existing};
+  return {open(kGlobalRegChangeLog, kOpenFlags), Origin::existing};
 }
 
 // A file with a second name may be another program's.
@@ -99,7 +97,7 @@ void appendToLog(genreg::Operation& op, const globalreg::LineBuffer& line) {
 }  // namespace
 
 int GlobalReg::Log(void* registry, unsigned int action, void* record, void* second) {
-  genreg::Operation op(genreg::kGlobalRegLog, kChangeLogPath);
+  genreg::Operation op(genreg::kGlobalRegLog, kGlobalRegChangeLog);
   globalreg::LineBuffer line;
   globalreg::appendHeader(line, *static_cast<GlobalReg*>(registry), action);
   globalreg::appendRecord(line, record);

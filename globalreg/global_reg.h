@@ -24,6 +24,9 @@
 #include "genreg/bin/bin_store.h"
 #include "globalreg/record.h"
 
+// The change log: the file to which each update of a global registry appends a line.
+constexpr char kGlobalRegChangeLog[] = "/tmp/globalreg.debug";
+
 class VRXGENREG_API GlobalReg : public GenRegBin {
  public:
   // The registry of this process's environment; `hostWideOnly` skips step 2.
@@ -72,7 +75,7 @@ class VRXGENREG_API GlobalReg : public GenRegBin {
   // The length of the packed image: 24 bytes and its entries, of unknown fields too; 0. An image
   // that lies about its lengths is walked safely when 65664 zero bytes follow what is there of it.
   static int GetPackedRecordSize(void* packed, unsigned long* size);
-  // Appends one line to /tmp/globalreg.debug for the change that `registry`, a GlobalReg, makes
+  // Appends one line to kGlobalRegChangeLog for the change that `registry`, a GlobalReg, makes
   // (action 4, 2 or 8); `second` is written for action 2 only, and may be null. Texts stand in the
   // line as they are. The log is created with mode 0666 and written to only when it is a regular
   // file with one name. Always 0: a log that cannot be written is a diagnostic entry, never a

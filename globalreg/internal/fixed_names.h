@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // The global registry's fixed names: files of the host, environment variables, paths below a home
-// directory. Every one of them stands here and nowhere else.
+// directory. Every one of them stands here and nowhere else, but for the change log's, which is
+// public (global_reg.h).
 #pragma once
 
 namespace globalreg {
@@ -8,8 +9,7 @@ namespace globalreg {
 // The host-wide registry.
 constexpr char kHostRegistry[] = "/var/vrx/global.reg";
 
-// The change log, and the file whose lock the fault monitor holds while it runs.
-constexpr char kChangeLogPath[] = "/tmp/globalreg.debug";
+// The file whose lock the fault monitor holds while it runs.
 constexpr char kMonitorLockPath[] = "/var/vrx/.fmcd.lock";
 
 // The environment variables that choose another registry.
