@@ -305,9 +305,17 @@ struct Update {
   std::string text;  // as the library writes it
 };
 
+// setenv keeps every value that it was ever given.
+void useRegistry(const std::string& path) {
+  static std::string assignment;
+  (void)unsetenv("VRX_GLOBAL_REG_PATHNAME");  // its name is in order
+  assignment = "VRX_GLOBAL_REG_PATHNAME=" + path;
+  require(putenv(assignment.data()) == 0, "no place in the environment");
+}
+
 std::string write(unsigned action, const LogEntry& entry, const GlobalRegRecord& first,
                   const GlobalRegRecord* second) {
-  (void)setenv("VRX_GLOBAL_REG_PATHNAME", entry.registry.c_str(), 1);  // else the path is absent
+  useRegistry(entry.registry);
   GlobalReg registry;
   std::string command = entry.command.value_or("");
   char* arguments[] = {command.data()};
