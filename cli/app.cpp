@@ -22,9 +22,9 @@ namespace {
 
 // Words of the same language that this version does not speak yet.
 constexpr const char* kLaterWords[] = {
-    "export",  "import", "diff",  "batch",   "check",      "repair", "salvage", "log",
-    "history", "show",   "undo",  "restore", "watch",      "wait",   "status",  "lock",
-    "monitor", "report", "facts", "schema",  "completion", "rename", "edit"};
+    "export", "import", "diff",    "batch",      "check",  "repair", "salvage", "history",
+    "show",   "undo",   "restore", "watch",      "wait",   "status", "lock",    "monitor",
+    "report", "facts",  "schema",  "completion", "rename", "edit"};
 
 bool isLaterWord(const std::string& word) {
   for (const char* later : kLaterWords) {

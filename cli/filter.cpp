@@ -88,8 +88,10 @@ void readPattern(const std::vector<Field>& fields, const std::string& expression
   const bool counts = kind == Kind::number || kind == Kind::byte || kind == Kind::port;
   if (counts && parseNumber(condition->text, UINT64_MAX, &number)) condition->value = number;
   if (kind == Kind::integer && parseInteger(condition->text, &integer)) condition->value = integer;
+  if (kind == Kind::time) condition->value = textOrAbsent(condition->text);
   if (isAbsent(condition->value)) {
-    throw usageFailure(fmt::format("--where {}: < and > compare versions and numbers", expression));
+    throw usageFailure(
+        fmt::format("--where {}: < and > compare versions, numbers and times", expression));
   }
 }
 

@@ -23,9 +23,9 @@ using RowTest = std::function<bool(const Row& row)>;
 using RowOrder = std::function<bool(const Row& a, const Row& b)>;
 
 // The test that holds when every expression does: F=GLOB, F!=GLOB, F~REGEX (an extended regular
-// expression found anywhere), and F>=V, F<=V, F>V, F<V for versions and numbers. An absent field is
-// equal to the empty glob only and is in no relation to any value. Throws Failure (usage) on an
-// expression that cannot be understood.
+// expression found anywhere), and F>=V, F<=V, F>V, F<V for versions, numbers and times. An absent
+// field is equal to the empty glob only and is in no relation to any value. Throws Failure (usage)
+// on an expression that cannot be understood.
 RowTest parseFilter(const std::vector<Field>& fields, const std::vector<std::string>& expressions);
 
 // The order of "FIELD" or "-FIELD"; no function for an empty text. Throws Failure (usage).

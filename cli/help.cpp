@@ -50,6 +50,7 @@ std::string describe(const Field& field) {
     case Kind::list:
       return "texts with commas between them";
     case Kind::text:
+    case Kind::time:
       break;
   }
   return fmt::format("text, at most {} bytes", field.maxBytes);

@@ -21,7 +21,7 @@ const std::vector<Field>& companionFields() {
       {"type", "TYPE", Kind::text, 0, KeyPart::none},
       {"size", "SIZE", Kind::number, 0, KeyPart::none},
       {"mode", "MODE", Kind::text, 0, KeyPart::none},
-      {"time", "TIME", Kind::text, 0, KeyPart::none},
+      {"time", "TIME", Kind::time, 0, KeyPart::none},
       {"records", "RECORDS", Kind::number, 0, KeyPart::none},
       {"lines", "LINES", Kind::number, 0, KeyPart::none},
       {"age", "AGE", Kind::text, 0, KeyPart::none},

@@ -1,10 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
 // log: the change log, filtered and followed.
 //
-// What cannot be read in one way only is shown as it stands and marked, whatever is asked for: it
-// may be what is looked for. Only a filter that speaks of the mark itself leaves it out.
+// What cannot be read in one way only is shown as it stands and marked. It may be what is looked
+// for, so filters see only those of its fields that are known, and the others hide nothing.
 #include <algorithm>
 #include <ctime>
+#include <iterator>
 
 #include "cli/filter.h"
 #include "cli/log_cutter.h"
@@ -23,6 +24,7 @@ enum Column : std::size_t {
   kTime,
   kAction,
   kKind,
+  kKey,
   kCaller,
   kProcess,
   kUser,
@@ -40,9 +42,10 @@ enum Column : std::size_t {
 const std::vector<Field>& entryFields() {
   static const std::vector<Field> fields = {
       {"line", "LINE", Kind::number, 0, KeyPart::none},
-      {"time", "TIME", Kind::text, 0, KeyPart::none},
+      {"time", "TIME", Kind::time, 0, KeyPart::none},
       {"action", "ACTION", Kind::text, 0, KeyPart::none},
       {"kind", "KIND", Kind::text, 0, KeyPart::none},
+      {"key", "KEY", Kind::text, 0, KeyPart::none},
       {"caller", "CALLER", Kind::text, 0, KeyPart::none},
       {"pid", "PID", Kind::integer, 0, KeyPart::none},
       {"uid", "UID", Kind::number, 0, KeyPart::none},
@@ -70,12 +73,13 @@ Details detailsOf(const LoggedRecord& record) {
 
 // Of a change and a removal, the first record is what was there; otherwise it is what came.
 void putRecords(const LogEntry& entry, Row* row) {
-  if (!entry.first) return;
-  const Noun& noun = *findNoun(entry.first->noun);
-  row->key = keyOf(noun, Row{"", entry.first->values, {}});
-  row->values[kKind] = entry.first->noun;
+  const std::optional<LoggedRecord>& known = entry.first ? entry.first : entry.second;
+  if (!known) return;
+  row->key = keyOf(*findNoun(known->noun), Row{"", known->values, {}});
+  row->values[kKey] = textOrAbsent(row->key);
+  row->values[kKind] = known->noun;
   const bool wasThere = entry.action == "change" || entry.action == "delete";
-  row->values[wasThere ? kOld : kNew] = detailsOf(*entry.first);
+  if (entry.first) row->values[wasThere ? kOld : kNew] = detailsOf(*entry.first);
   if (entry.second) row->values[kNew] = detailsOf(*entry.second);
 }
 
@@ -117,62 +121,98 @@ bool isProblem(const Row& row) {
   return !isAbsent(row.values[kProblem]);
 }
 
-RowTest wantedRows(const std::vector<std::string>& where) {
-  const RowTest test = parseFilter(entryFields(), where);
-  const auto namesProblem = [](const std::string& expression) {
-    return expression.substr(0, expression.find_first_of("!<>=~")) == "problem";
-  };
-  const bool problemsPass = std::none_of(where.begin(), where.end(), namesProblem);
-  return [test, problemsPass](const Row& row) {
-    return (problemsPass && isProblem(row)) || test(row);
-  };
+bool isKnownOfProblems(const std::string& expression) {
+  const std::string field = expression.substr(0, expression.find_first_of("!<>=~"));
+  return field == "line" || field == "problem" || field == "text";
 }
 
-// The rows of entries, as they are wanted and shown.
+RowTest wantedRows(const std::vector<std::string>& where) {
+  std::vector<std::string> known;
+  std::copy_if(where.begin(), where.end(), std::back_inserter(known), &isKnownOfProblems);
+  const RowTest test = parseFilter(entryFields(), where);
+  const RowTest testProblem = parseFilter(entryFields(), known);
+  return
+      [test, testProblem](const Row& row) { return isProblem(row) ? testProblem(row) : test(row); };
+}
+
+// Whether entries can be shown before all are known: in order, and in a form without an end or
+// columns as wide as the widest.
+bool showsAtOnce(const Arguments& arguments) {
+  const Form form = arguments.form;
+  const bool needsAll = form == Form::json || form == Form::table || form == Form::wide;
+  return arguments.follow || (!needsAll && arguments.sort.empty());
+}
+
+// The entries as they are wanted and shown.
 class LogView {
  public:
   explicit LogView(const Arguments& arguments)
-      : arguments_(arguments), wanted_(wantedRows(arguments.where)) {
+      : arguments_(arguments),
+        showsAtOnce_(showsAtOnce(arguments)),
+        wanted_(wantedRows(arguments.where)),
+        order_(parseOrder(entryFields(), arguments.sort)) {
     answer_.schema = "vrxreg.log/1";
     answer_.fields = entryFields();
     if (!arguments.fields.empty())
-      columns_ = columnsOf(answer_.fields, arguments.fields, "--fields");
+      answer_.columns = columnsOf(answer_.fields, arguments.fields, "--fields");
   }
 
   void add(const LoggedText& text) {
     Row row = rowOf(text);
-    if (wanted_(row)) answer_.rows.push_back(std::move(row));
+    if (!wanted_(row)) return;
+    held_ += kRowBytes + text.text.size();
+    if (held_ > kMostHeld) throw Failure(Exit::io, kTooMuch);
+    answer_.rows.push_back(std::move(row));
   }
-  void sort() { sortRows(parseOrder(answer_.fields, arguments_.sort), &answer_.rows); }
-  bool isEmpty() const { return answer_.rows.empty(); }
 
-  // The text of the rows, which are then gone; headings stand above the first only.
-  std::string take() {
-    answer_.columns = columns_.empty() ? defaultColumns() : columns_;
-    std::string text = render(answer_, arguments_);
-    answer_.rows.clear();
-    arguments_.noHeadings = true;
-    return text;
+  // Prints what has come, if that can be shown.
+  void showWhatCame() {
+    if (!showsAtOnce_ || answer_.rows.empty()) return;
+    writeOutput(take());
+    isEmpty_ = false;
+  }
+
+  // The text of what is left to show; nothing may have come at all.
+  std::string takeRest() {
+    if (!isEmpty_ && answer_.rows.empty()) return {};
+    sortRows(order_, &answer_.rows);
+    return take();
   }
 
  private:
+  // What is held of an entry beside its text, and the most that is held of all.
+  static constexpr std::size_t kRowBytes = 1000;
+  static constexpr std::size_t kMostHeld = std::size_t{256} << 20;
+  static constexpr const char* kTooMuch =
+      "the log is too long to be shown at once: use --where, or -o ndjson without --sort";
+
+  // Headings stand above the first rows only.
+  std::string take() {
+    const std::vector<int> asked = answer_.columns;
+    if (asked.empty()) answer_.columns = defaultColumns();
+    std::string text = render(answer_, arguments_);
+    answer_.rows.clear();
+    answer_.columns = asked;
+    arguments_.noHeadings = true;
+    held_ = 0;
+    return text;
+  }
   std::vector<int> defaultColumns() const {
-    if (arguments_.form == Form::table) {
-      std::vector<std::string> names = {"time", "action", "kind", "key", "uid", "command"};
-      if (std::any_of(answer_.rows.begin(), answer_.rows.end(), &isProblem))
-        names.insert(names.end(), {"problem", "text"});
-      return columnsOf(answer_.fields, names, "table");
-    }
-    std::vector<int> columns = allColumns(answer_.fields);
-    const bool isJson = arguments_.form == Form::json || arguments_.form == Form::ndjson;
-    if (!isJson) columns.insert(columns.begin(), kKeyColumn);
-    return columns;
+    if (arguments_.form != Form::table) return allColumns(answer_.fields);
+    const auto& rows = answer_.rows;
+    std::vector<std::string> names = {"time", "action", "kind", "key", "uid", "command"};
+    if (arguments_.follow || std::any_of(rows.begin(), rows.end(), &isProblem))
+      names.insert(names.end(), {"problem", "text"});
+    return columnsOf(answer_.fields, names, "table");
   }
 
   Arguments arguments_;
+  const bool showsAtOnce_;
   const RowTest wanted_;
-  std::vector<int> columns_;
+  const RowOrder order_;
   Answer answer_;
+  std::size_t held_ = 0;
+  bool isEmpty_ = true;  // of what has been printed
 };
 
 // Everything that the file holds by now.
@@ -182,12 +222,13 @@ void readAll(LogFile* file, EntryCutter* cutter, LogView* view) {
     cutter->add(block);
     while (cutter->next(&entry))
       view->add(entry);
+    view->showWhatCame();
   }
 }
 
-void readLast(bool unfinished, EntryCutter* cutter, LogView* view) {
+void readLast(Unended unended, EntryCutter* cutter, LogView* view) {
   LoggedText entry;
-  if (cutter->last(unfinished, &entry)) view->add(entry);
+  if (cutter->last(unended, &entry)) view->add(entry);
 }
 
 // An entry is written with one call: where the file ends with a whole line, so does an entry.
@@ -198,10 +239,10 @@ void readLast(bool unfinished, EntryCutter* cutter, LogView* view) {
     const bool replaced = file->isOpen() && file->isReplaced();
     if (file->isOpen()) {
       readAll(file, &cutter, view);
-      readLast(replaced, &cutter, view);
+      readLast(replaced ? Unended::taken : Unended::awaited, &cutter, view);
+      view->showWhatCame();
     }
     if (replaced) file->close();
-    if (!view->isEmpty()) writeOutput(view->take());
     if (!file->isOpen()) cutter = {};
     if (!file->isOpen() && file->open()) continue;
     (void)nanosleep(&kPause, nullptr);  // a signal makes it shorter
@@ -233,9 +274,8 @@ Exit runLog(Command& command) {
   }
   EntryCutter cutter;
   readAll(&file, &cutter, &view);
-  readLast(true, &cutter, &view);
-  view.sort();
-  command.output = view.take();
+  readLast(Unended::taken, &cutter, &view);
+  command.output = view.takeRest();
   return Exit::done;
 }
 

@@ -22,9 +22,9 @@ bool EntryCutter::next(LoggedText* entry) {
   const std::size_t size = left().size();
   const std::size_t at = left().find(kBegin, searched_);
   if (at <= kLongest) {
-    takeFront(at + 1, true, entry);
+    takeFront(at + 1, Front::entry, entry);
   } else if (size > kLongest) {
-    takeFront(kLongest, false, entry);
+    takeFront(kLongest, Front::piece, entry);
   } else {
     searched_ = size - std::min(size, kBegin.size() - 1);
     return false;
@@ -32,19 +32,21 @@ bool EntryCutter::next(LoggedText* entry) {
   return true;
 }
 
-bool EntryCutter::last(bool unfinished, LoggedText* entry) {
-  const bool finished = !left().empty() && left().back() == '\n';
-  if (left().empty() || (!finished && !unfinished)) return false;
-  takeFront(left().size(), finished, entry);
+bool EntryCutter::last(Unended unended, LoggedText* entry) {
+  const bool ended = !left().empty() && left().back() == '\n';
+  if (left().empty() || (!ended && unended == Unended::awaited)) return false;
+  takeFront(left().size(), Front::entry, entry);
   return true;
 }
 
-void EntryCutter::takeFront(std::size_t size, bool whole, LoggedText* entry) {
+void EntryCutter::takeFront(std::size_t size, Front front, LoggedText* entry) {
   entry->line = line_;
-  entry->whole = whole;
   entry->text = left().substr(0, size);
   line_ += static_cast<std::size_t>(std::count(entry->text.begin(), entry->text.end(), '\n'));
-  if (whole) entry->text.pop_back();
+  entry->ended = front == Front::entry && entry->text.back() == '\n';
+  entry->whole = entry->ended && !inPieces_;
+  inPieces_ = front == Front::piece;
+  if (entry->ended) entry->text.pop_back();
   taken_ += size;
   searched_ = 0;
 }

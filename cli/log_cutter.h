@@ -14,8 +14,12 @@ namespace cli {
 struct LoggedText {
   std::size_t line = 0;  // the number of its first line
   std::string text;
-  bool whole = true;  // false: its end is missing, or it is a piece of something too long
+  bool ended = true;  // false: its last line end is missing, or it is a piece of something too long
+  bool whole = true;  // false: not ended, or the rest of such a piece
 };
+
+// What becomes of an entry whose line end has not been seen.
+enum class Unended { awaited, taken };
 
 // Cuts bytes into entries, whatever pieces they come in.
 class EntryCutter {
@@ -28,19 +32,19 @@ class EntryCutter {
   // The next entry of which the end has been seen; false when there is none.
   bool next(LoggedText* entry);
 
-  // What is left, when nothing follows; of one that ends without a line end only when `unfinished`
-  // ones are wanted, too.
-  bool last(bool unfinished, LoggedText* entry);
+  // What is left, when nothing follows; false when that is nothing, or awaited.
+  bool last(Unended unended, LoggedText* entry);
 
  private:
-  void takeFront(std::size_t size, bool whole, LoggedText* entry);
-
+  enum class Front { entry, piece };
+  void takeFront(std::size_t size, Front front, LoggedText* entry);
   std::string_view left() const { return std::string_view(bytes_).substr(taken_); }
 
   std::string bytes_;
   std::size_t taken_ = 0;     // what has been given away of them
   std::size_t searched_ = 0;  // no entry ends before this, counted from there
   std::size_t line_ = 1;
+  bool inPieces_ = false;  // the last one was a piece
 };
 
 }  // namespace cli

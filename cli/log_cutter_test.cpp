@@ -34,7 +34,7 @@ std::vector<Cut> cut(const std::string& bytes, std::size_t piece) {
     takeAll(&cutter, &cuts);
   }
   LoggedText entry;
-  if (cutter.last(true, &entry)) cuts.push_back({entry.line, entry.text, entry.whole});
+  if (cutter.last(Unended::taken, &entry)) cuts.push_back({entry.line, entry.text, entry.whole});
   return cuts;
 }
 
@@ -66,13 +66,13 @@ TEST(LogCutter, EntryWithoutItsEndWaitsForIt) {
   LoggedText entry;
   cutter.add("TS=\"1");
   EXPECT_FALSE(cutter.next(&entry));
-  EXPECT_FALSE(cutter.last(false, &entry));
+  EXPECT_FALSE(cutter.last(Unended::awaited, &entry));
   cutter.add("23\"\n");
   EXPECT_FALSE(cutter.next(&entry));
-  ASSERT_TRUE(cutter.last(false, &entry));
+  ASSERT_TRUE(cutter.last(Unended::awaited, &entry));
   EXPECT_EQ(entry.text, "TS=\"123\"");
   cutter.add("TS=\"4\"\n");
-  ASSERT_TRUE(cutter.last(false, &entry));
+  ASSERT_TRUE(cutter.last(Unended::awaited, &entry));
   EXPECT_EQ(entry.line, 2u);
 }
 
@@ -81,9 +81,9 @@ TEST(LogCutter, WhatIsTooLongComesInPieces) {
   const std::string log = filler + filler + "y\nTS=\"1\"\n" + filler + "\nTS=\"2\"\n";
   const std::vector<Cut> wanted = {{1, filler, false},
                                    {1, filler, false},
-                                   {1, "y", true},
+                                   {1, "y", false},
                                    {2, "TS=\"1\"\n" + filler.substr(0, filler.size() - 7), false},
-                                   {3, filler.substr(0, 7), true},
+                                   {3, filler.substr(0, 7), false},
                                    {4, "TS=\"2\"", true}};
   EXPECT_EQ(cut(log, 1000), wanted);
   EXPECT_EQ(cut(log, log.size()), wanted);

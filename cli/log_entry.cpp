@@ -14,6 +14,8 @@ namespace cli {
 
 namespace {
 
+constexpr std::string_view kBegin = "TS=\"";  // of an entry
+
 // The forms of a record's fields, in the order of its noun's fields.
 enum class Form { text, version, number, boolean, character };
 
@@ -93,7 +95,7 @@ bool takeFront(std::string_view* text, LogEntry* entry) {
   std::string time;
   std::int32_t process = 0;
   std::int32_t user = 0;
-  const bool taken = take("TS=\"", text) && takeUntil("\";CALLER=", text, &time) &&
+  const bool taken = take(kBegin, text) && takeUntil("\";CALLER=", text, &time) &&
                      takeUntil(";PID=", text, &entry->caller) && takeNumber(text, &process) &&
                      take(";U=", text) && takeNumber(text, &user) && take(";BL=", text);
   entry->process = process;
@@ -187,14 +189,17 @@ class Ways {
   const Way& first() const { return *first_; }
 
  private:
+  // Only marks in their order are looked at, so that many of each cost no more than they must.
   void addCommands(const PathEnd& path) {
+    if (levels_.empty() || levels_.front().path > path.at) return;
     constexpr std::string_view kUntold = "N/A;REC=";
     if (text_.substr(path.command, kUntold.size()) == kUntold)
       addLevels({{}, path, {}, path.command + kUntold.size()});
     if (text_.substr(path.command, 1) != "\"") return;
-    for (const CommandEnd& command : commands_) {
-      if (count_ < 2 && command.at > path.command) addLevels({{}, path, command, command.records});
-    }
+    const auto isBefore = [](std::size_t at, const CommandEnd& end) { return at < end.at; };
+    auto end = std::upper_bound(commands_.begin(), commands_.end(), path.command, isBefore);
+    for (; end != commands_.end() && count_ < 2; ++end)
+      addLevels({{}, path, *end, end->records});
   }
   void addLevels(Way way) {
     for (const LevelEnd& level : levels_) {
@@ -271,13 +276,22 @@ bool fits(std::string_view text, std::size_t commas) {
   return shape != nullptr && shape->commas() == commas;
 }
 
+// How many records an entry may have.
+std::size_t mostRecords(const LogEntry& entry) {
+  return entry.action == "change" ? 2 : 1;
+}
+
+std::size_t commasIn(std::string_view text) {
+  return static_cast<std::size_t>(std::count(text.begin(), text.end(), ','));
+}
+
 // The places where the first record may end: "!", and the end of the text.
-std::vector<std::size_t> recordEnds(std::string_view text, bool isChange) {
-  const auto total = static_cast<std::size_t>(std::count(text.begin(), text.end(), ','));
+std::vector<std::size_t> recordEnds(std::string_view text, std::size_t most) {
+  const std::size_t total = commasIn(text);
   std::vector<std::size_t> ends;
   if (fits(text, total)) ends.push_back(text.size());
   std::size_t commas = 0;
-  for (std::size_t at = 0; isChange && at < text.size(); ++at) {
+  for (std::size_t at = 0; most == 2 && at < text.size(); ++at) {
     if (text[at] == ',') ++commas;
     if (text[at] != '!' || !fits(text.substr(at + 1), total - commas)) continue;
     if (fits(text.substr(0, at), commas)) ends.push_back(at);
@@ -285,19 +299,19 @@ std::vector<std::size_t> recordEnds(std::string_view text, bool isChange) {
   return ends;
 }
 
-// More commas than two records have between their fields stand in texts.
-bool hasSpareCommas(std::string_view text, bool isChange) {
-  const auto total = static_cast<std::size_t>(std::count(text.begin(), text.end(), ','));
+// Whether texts with commas in them could make a record of this.
+bool hasSpareCommas(std::string_view text, std::size_t most) {
+  if (most == 2 && text.substr(0, 1) == "!") text.remove_prefix(1);
   const RecordShape* shape = shapeAt(text);
-  return shape != nullptr && total > shape->commas() * (isChange ? 2 : 1);
+  return shape != nullptr && commasIn(text) > shape->commas();
 }
 
 EntryState readRecords(std::string_view text, LogEntry* entry) {
-  const bool isChange = entry->action == "change";
-  const std::vector<std::size_t> ends = recordEnds(text, isChange);
+  const std::size_t most = mostRecords(*entry);
+  const std::vector<std::size_t> ends = recordEnds(text, most);
   if (ends.size() > 1) return EntryState::ambiguous;
   if (ends.empty())
-    return hasSpareCommas(text, isChange) ? EntryState::ambiguous : EntryState::unreadable;
+    return hasSpareCommas(text, most) ? EntryState::ambiguous : EntryState::unreadable;
   const std::size_t end = ends.front();
   const std::string_view rest = text.substr(std::min(text.size(), end + 1));
   const bool read =
@@ -324,8 +338,10 @@ EntryState readLogEntry(std::string_view text, LogEntry* entry) {
   if (!takeFront(&rest, entry)) return EntryState::unreadable;
   const Ways ways(rest);
   if (ways.count() == 0) return EntryState::unreadable;
-  // Whether a line end belongs to a text, or what follows it to somebody else, nobody can tell.
-  if (ways.count() > 1 || text.find('\n') != text.npos) return EntryState::ambiguous;
+  // Whether a line end belongs to a text, or what follows it to somebody else, nobody can tell; nor
+  // whether the beginning of an entry does, or this one was cut there.
+  const bool goesOn = text.find('\n') != text.npos || rest.find(kBegin) != rest.npos;
+  if (ways.count() > 1 || goesOn) return EntryState::ambiguous;
   takeWay(rest, ways.first(), entry);
   return readRecords(rest.substr(ways.first().records), entry);
 }

@@ -166,9 +166,26 @@ TEST(LogEntry, RecordWithMoreCommasThanFieldsIsAmbiguous) {
 
 TEST(LogEntry, RecordWithFewerCommasThanFieldsIsUnreadable) {
   EXPECT_EQ(stateOfRecords("V,VRX,A,1"), EntryState::unreadable);
-  EXPECT_EQ(stateOfRecords("V,VRX,A,1,!V,VRX", "Change"), EntryState::unreadable);
   EXPECT_EQ(stateOfRecords("V"), EntryState::unreadable);
   EXPECT_EQ(stateOfRecords("X,a,b,c,d"), EntryState::unreadable);
+}
+
+TEST(LogEntry, ChangeWithMoreCommasThanItsFirstRecordHasIsAmbiguous) {
+  // The first record's text may hold a comma, or the second be cut.
+  EXPECT_EQ(stateOfRecords("V,VRX,A,1,!V,VRX", "Change"), EntryState::ambiguous);
+  EXPECT_EQ(stateOfRecords("I,VRX,3.1.0.7,tp1,,,,,,,moved, twice!V,VRX,A,1,", "Change"),
+            EntryState::ambiguous);
+  EXPECT_EQ(stateOfRecords("V,VRX,A,a,b,", "Change"), EntryState::ambiguous);
+  EXPECT_EQ(stateOfRecords("V,VRX,A,a,b,!", "Change"), EntryState::ambiguous);
+  EXPECT_EQ(stateOfRecords("!V,VRX,A,a,b,", "Change"), EntryState::ambiguous);
+  EXPECT_EQ(stateOfRecords("!V,VRX,A", "Change"), EntryState::unreadable);
+}
+
+TEST(LogEntry, RecordsOfAChangeMayBeOfTwoTypes) {
+  const LogEntry entry = entryOf(entryText("N/A", "V,VRX,A,1,!S,VRX,3.1.0.7,,,,,,,,", "Change"));
+  EXPECT_EQ(entry.first->noun, "variable");
+  EXPECT_EQ(entry.second->noun, "service");
+  EXPECT_FALSE(entryOf(entryText("N/A", "!V,VRX,A,1,", "Change")).first.has_value());
 }
 
 TEST(LogEntry, SecondRecordBelongsToAChangeOnly) {
@@ -212,6 +229,13 @@ TEST(LogEntry, BuildLevelThatMayEndTwiceIsAmbiguous) {
 TEST(LogEntry, LineEndInATextIsAmbiguous) {
   EXPECT_EQ(stateOf(entryText("N/A", "V,VRX,A,1,two\nlines")), EntryState::ambiguous);
   EXPECT_EQ(stateOf(entryText("\"a\nb\"", kVariable)), EntryState::ambiguous);
+}
+
+TEST(LogEntry, EntryThatWasCutBeforeTheNextIsNotReadAsOne) {
+  const std::string cut = entryText("\"a\"", kVariable);
+  const std::string next = entryText("\"b\"", kVariable);
+  for (std::size_t size = 1; size <= cut.size(); ++size)
+    EXPECT_NE(stateOf(cut.substr(0, size) + next), EntryState::read) << size;
 }
 
 TEST(LogEntry, WhatIsNoEntryIsUnreadable) {

@@ -117,7 +117,7 @@ std::string reportLine(const ChangeReport& report) {
 }  // namespace
 
 Value cellOf(const Row& row, int column) {
-  if (column == kKeyColumn) return textOrAbsent(row.key);
+  if (column == kKeyColumn) return row.key;
   return row.values[static_cast<std::size_t>(column)];
 }
 

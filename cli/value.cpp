@@ -180,6 +180,7 @@ Value parseValue(const Field& field, const std::string& text) {
     case Kind::list:
       return parseList(field, text);
     case Kind::text:
+    case Kind::time:
       break;
   }
   return parseText(field, text);

@@ -18,8 +18,9 @@
 namespace cli {
 
 // The types of a field. A byte is a number from 0 to 255 that may be typed as one character; a port
-// one from 1 to 65535; an integer has a sign and 32 bits; a list is typed with commas.
-enum class Kind { text, number, boolean, version, byte, port, integer, list };
+// one from 1 to 65535; an integer has a sign and 32 bits; a list is typed with commas; a time is a
+// text that sorts, as 2024-01-01T12:00:00 does.
+enum class Kind { text, number, boolean, version, byte, port, integer, list, time };
 
 // Prints dotted and compares by its parts.
 using vrx::Version;

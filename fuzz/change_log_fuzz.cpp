@@ -5,6 +5,8 @@
 #include <algorithm>
 #include <cstring>
 #include <iterator>
+#include <optional>
+#include <vector>
 
 #include "cli/log_cutter.h"
 #include "cli/log_entry.h"
@@ -130,6 +132,7 @@ void readOne(const std::string& text) {
   LogEntry entry;
   if (cli::readLogEntry(text, &entry) != EntryState::read) return;
   require(text.find('\n') == text.npos, "read over a line end", text);
+  require(text.find("TS=\"", 1) == text.npos, "read over the beginning of another", text);
   judgeRead(text, entry);
   constexpr std::size_t kShort = 600;  // trying all ways takes its time
   require(text.size() > kShort || waysOf(text) == 1, "read in one of several ways", text);
@@ -143,7 +146,7 @@ void readLog(const std::string& bytes, std::size_t piece) {
   const auto take = [&](const LoggedText& entry) {
     require(entry.line == line, "line number", entry.text);
     require(entry.text.find("\nTS=\"") == entry.text.npos, "two entries in one", entry.text);
-    const std::string whole = entry.text + (entry.whole ? "\n" : "");
+    const std::string whole = entry.text + (entry.ended ? "\n" : "");
     for (const char c : whole)
       line += c == '\n' ? 1 : 0;
     again += whole;
@@ -155,7 +158,7 @@ void readLog(const std::string& bytes, std::size_t piece) {
     while (cutter.next(&entry))
       take(entry);
   }
-  if (cutter.last(true, &entry)) take(entry);
+  if (cutter.last(cli::Unended::taken, &entry)) take(entry);
   require(again == bytes, "bytes lost between entries", bytes);
 }
 
@@ -183,7 +186,7 @@ std::uint32_t numberOf(ByteChoices& choices) {
 // A record, and its values as they must be read back.
 struct Chosen {
   GlobalRegRecord record{};
-  LoggedRecord logged;
+  std::optional<LoggedRecord> logged;
 };
 
 class Chooser {
@@ -226,10 +229,11 @@ class Chooser {
 
  private:
   void add(const Value& value) {
-    const std::size_t bit = chosen_.logged.values.size();
+    std::vector<Value>& values = chosen_.logged->values;
+    const std::size_t bit = values.size();
     const bool present = choices_.below(4) != 1;
     if (present) chosen_.record.FieldMask |= 1ULL << bit;
-    Value& logged = chosen_.logged.values.emplace_back();
+    Value& logged = values.emplace_back();
     if (present) logged = value;
   }
 
@@ -287,14 +291,17 @@ void chooseVariable(Chooser& choose, GlobalRegRecord* record) {
   });
 }
 
-Chosen chooseRecord(unsigned type, ByteChoices& choices) {
+// Of one of the three types, or of another, which the log does not show.
+Chosen chooseRecord(ByteChoices& choices) {
   constexpr struct {
     const char* noun;
     void (*fill)(Chooser& choose, GlobalRegRecord* record);
   } kTypes[] = {
       {"instance", &chooseInstance}, {"service", &chooseService}, {"variable", &chooseVariable}};
   Chosen chosen;
-  chosen.logged.noun = kTypes[type].noun;
+  const unsigned type = choices.below(std::size(kTypes) + 1);
+  if (type == std::size(kTypes)) return chosen;
+  chosen.logged = {kTypes[type].noun, {}};
   Chooser chooser(choices, &chosen);
   kTypes[type].fill(chooser, &chosen.record);
   return chosen;
@@ -337,36 +344,41 @@ Update chooseUpdate(ByteChoices& choices) {
     const char* word;
   } kActions[] = {{4, "add"}, {2, "change"}, {8, "delete"}, {1, "unknown"}};
   const auto action = kActions[choices.below(std::size(kActions))];
-  const unsigned type = choices.below(3);
   Update update;
   update.entry.action = action.word;
   update.entry.registry = textOf(choices);
   if (choices.below(3) != 1) update.entry.command = textOf(choices);
-  const Chosen first = chooseRecord(type, choices);
+  const Chosen first = chooseRecord(choices);
   update.entry.first = first.logged;
   if (action.action != 2) {
     update.text = write(action.action, update.entry, first.record, nullptr);
     return update;
   }
-  const Chosen second = chooseRecord(type, choices);
+  const Chosen second = chooseRecord(choices);
   update.entry.second = second.logged;
   update.text = write(action.action, update.entry, first.record, &second.record);
   return update;
 }
 
-// Whether a text in the entry holds what stands between texts.
+// Whether one text in a record, or where two records end, could be taken for something else.
+bool hasSeparators(const std::optional<LoggedRecord>& record) {
+  if (!record) return false;
+  const std::string text = printed(*record);
+  const auto commas = static_cast<std::size_t>(std::count(text.begin(), text.end(), ','));
+  return text.find_first_of(";\n!\"") != text.npos || commas != record->values.size();
+}
+
 bool hasSeparators(const LogEntry& entry) {
   const std::string header = entry.registry + entry.command.value_or("");
-  std::string records = printed(*entry.first);
-  if (entry.second) records += printed(*entry.second);
-  const auto commas = static_cast<std::size_t>(std::count(records.begin(), records.end(), ','));
-  return header.find_first_of(";\n") != header.npos ||
-         records.find_first_of(";\n!") != records.npos ||
-         commas != (entry.second ? 2 : 1) * entry.first->values.size();
+  const bool mayBeOne = entry.action == "change" && entry.first && !entry.second;
+  return header.find_first_of(";\n\"") != header.npos || mayBeOne || hasSeparators(entry.first) ||
+         hasSeparators(entry.second);
 }
 
 void judgeUpdate(const Update& update) {
-  const std::string wanted = printedEnd(update.entry);
+  const LogEntry& chosen = update.entry;
+  const bool isBare = chosen.action == "change" && !chosen.second;
+  const std::string wanted = printedEnd(chosen) + (isBare ? "!" : "");
   const std::size_t front = update.text.find(";BL=");
   require(front != update.text.npos && update.text.substr(front) == wanted, "line of an update",
           update.text + "\n" + wanted);
@@ -374,14 +386,15 @@ void judgeUpdate(const Update& update) {
   const EntryState state = cli::readLogEntry(update.text, &entry);
   require(state != EntryState::unreadable, "the library's own line is unreadable", update.text);
   if (state == EntryState::read) {
-    require(printedEnd(entry) == wanted, "another update was read", update.text);
-    require(entry.registry == update.entry.registry && entry.command == update.entry.command,
+    require(printedEnd(entry) == printedEnd(chosen), "another update was read", update.text);
+    require(entry.registry == chosen.registry && entry.command == chosen.command,
             "the path or the command ends elsewhere", update.text);
-    require(entry.second.has_value() == update.entry.second.has_value(), "another second record",
-            update.text);
+    require(entry.first.has_value() == chosen.first.has_value() &&
+                entry.second.has_value() == chosen.second.has_value(),
+            "other records were read", update.text);
     return;
   }
-  require(hasSeparators(update.entry), "ambiguous for nothing", update.text);
+  require(hasSeparators(chosen), "ambiguous for nothing", update.text);
 }
 
 }  // namespace

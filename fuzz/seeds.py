@@ -354,12 +354,15 @@ def change_logs():
         "two-path-ends": log_entry(variable, path=b"/r;ACT=Add;CL=N/A;REC=x"),
         "two-level-ends": log_entry(variable, level=b"s1;FP=1;PATH=/q"),
         "cut": entries[0][:-9],
+        "cut-and-glued": entries[0][:entries[0].index(b";FP=")] + entries[1],
+        "other-second": log_entry(instance + b"!" + variable, b"Change"),
+        "second-alone": log_entry(b"!" + variable, b"Change"),
         "log": b"\n".join(entries) + b"\n",
         "log-with-more": b"foreign\n" + b"\nmore\n".join(entries),
     }
     for action in range(4):
-        for kind in range(3):
-            chosen = [action, kind] + [3, 20, 97, 21, 98, 0, 0, 0] * (4 + action)
+        for kind in range(4):
+            chosen = [action, 0, 1, kind] + [3, 20, 97, 21, 98, 0, 0, 0] * (4 + action)
             seeds[f"update-{action}-{kind}"] = bytes(chosen)
     return seeds
 

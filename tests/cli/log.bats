@@ -30,7 +30,11 @@ follows() {
 }
 
 setup_file() { rm -f /tmp/globalreg.debug; }
-teardown() { rm -f "$log"; }
+
+teardown() {
+  [[ -z ${FOLLOWER_PID-} ]] || kill "$FOLLOWER_PID"
+  rm -f "$log"
+}
 
 @test "log without a log is exit 4 and makes none" {
   exits 4 vrxreg log
@@ -107,6 +111,49 @@ delete	instance	VRX/3.1.0.7/dw1	0	$registry"
   is "$output" 3
   exits 0 vrxreg log -f saved.log --where problem=ambiguous --fields line -o value
   is "$output" 2
+  exits 0 vrxreg log -f saved.log --where 'line>=3' --fields line -o value
+  is "$output" 3
+  exits 0 vrxreg log -f saved.log --where 'text~VRX,B' --where key=VRX/A --fields line -o value
+  is "$output" 2
+}
+
+@test "log selects a range of time" {
+  { entry V,VRX,A,1,; entry V,VRX,B,1, | sed 's/2024/2025/'; } > saved.log
+  exits 0 vrxreg log -f saved.log --where 'time>=2024-06' -o name
+  is "$output" VRX/B
+  exits 0 vrxreg log -f saved.log --where 'time<2025' -o name
+  is "$output" VRX/A
+  exits 2 vrxreg log -f saved.log --where 'time>='
+}
+
+@test "log of a line that was cut is not read as the next one" {
+  vrxreg -q variable add VRX/A value=1
+  written=$(wc -c < "$log")
+  offset=$(grep -ob ';BL=' "$log" | cut -d: -f1)
+  prlimit --fsize=$((written + offset + 5)) -- "$VRXREG" -q variable add VRX/B value=1
+  vrxreg -q variable add VRX/C value=1
+  exits 0 vrxreg log --fields line,key,problem -o tsv --no-headings
+  is "$output" $'1\tVRX/A\t\n2\t\tambiguous'
+}
+
+@test "log shows a change of which one record is of no known type" {
+  { entry '!V,VRX,A,1,' Change; entry '!' Change; } > saved.log
+  exits 0 vrxreg log -f saved.log -o ndjson --fields kind,old,new
+  is "$output" $'{"key":"VRX/A","kind":"variable","new":{"service":"VRX","variable":"A","value":"1"}}\n{}'
+}
+
+@test "log in lines comes as it is read" {
+  for ((i = 0; i < 1000; ++i)); do entry V,VRX,A$i,1,; done > saved.log
+  is "$(vrxreg log -f saved.log -o csv --fields line | sed -n '1p;2p;$p')" $'line\r\n1\r\n1000\r'
+  is "$(vrxreg log -f saved.log -o csv --fields line --sort -line | sed -n '1p;2p;$p')" $'line\r\n1000\r\n1\r'
+  is "$(vrxreg log -f saved.log -o csv --fields line --where key=none)" $'line\r'
+  is "$(vrxreg log -f saved.log -o json | jq .count)" 1000
+}
+
+@test "log that is too long for a table is told so" {
+  truncate -s 300M saved.log
+  exits 8 vrxreg log -f saved.log
+  is "$stderr" "vrxreg: the log is too long to be shown at once: use --where, or -o ndjson without --sort"
 }
 
 @test "log shows no control characters of a line on a terminal" {

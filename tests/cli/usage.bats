@@ -69,8 +69,8 @@ says() {
 @test "expressions that cannot be understood are refused" {
   sample
   says "write F=GLOB" instance list --where path
-  says "< and > compare versions and numbers" instance list --where 'path>x'
-  says "< and > compare versions and numbers" instance list --where 'version>x'
+  says "< and > compare versions, numbers and times" instance list --where 'path>x'
+  says "< and > compare versions, numbers and times" instance list --where 'version>x'
   says "--where path~(" instance list --where 'path~('
   says 'no field ""' instance list --fields ''
 }
