@@ -29,11 +29,6 @@ constexpr unsigned long kLogTextSize = kGenRegPathSize + 64;
 
 }  // namespace
 
-GenRegStatus Operation::keep(GenRegStatus code) {
-  if (status_ == status::ok) status_ = code;
-  return status_;
-}
-
 void Operation::write(unsigned probe, GenRegStatus code, GenRegStatus inner) const {
   if (gtraceIsEnabled()) gtraceErrorVar(function_, probe, sizeof code, &code);
   if (!ossLogIsEnabled()) return;
@@ -54,10 +49,6 @@ GenRegStatus Operation::fail(unsigned probe, GenRegStatus code, GenRegStatus inn
 
 GenRegStatus Operation::failErrno(unsigned probe, GenRegStatus code, int error) {
   return fail(probe, code, ossErrorMapSystem(error));
-}
-
-GenRegStatus Operation::conclude(GenRegStatus code) {
-  return keep(code);
 }
 
 void Operation::note(unsigned probe, GenRegStatus code, GenRegStatus inner) {

@@ -120,6 +120,8 @@ constexpr Layout layout(std::uint32_t type, const char* letter, const Field (&fi
   return {type, letter, fields, count, (std::uint64_t{1} << count) - 1};
 }
 
+}  // namespace
+
 constexpr Layout kInstanceLayout = layout(kGlobalRegInstance, "I", kInstanceFields);
 constexpr Layout kServiceLayout = layout(kGlobalRegService, "S", kServiceFields);
 constexpr Layout kVariableLayout = layout(kGlobalRegVariable, "V", kVariableFields);
@@ -127,21 +129,6 @@ constexpr Layout kVariableLayout = layout(kGlobalRegVariable, "V", kVariableFiel
 static_assert(kInstanceLayout.known == kInstanceKnown);
 static_assert(kServiceLayout.known == kServiceKnown);
 static_assert(kVariableLayout.known == kVariableKnown);
-
-}  // namespace
-
-const Layout* layoutOf(std::uint32_t type) {
-  switch (type) {
-    case kGlobalRegInstance:
-      return &kInstanceLayout;
-    case kGlobalRegService:
-      return &kServiceLayout;
-    case kGlobalRegVariable:
-      return &kVariableLayout;
-    default:
-      return nullptr;
-  }
-}
 
 std::uint64_t fieldNumber(const unsigned char* record, const Field& field) {
   const unsigned char* at = record + field.offset;

@@ -82,13 +82,6 @@ GenRegStatus openList(Operation& op, void** handle, bool hostWideOnly, const cha
   return op.status();
 }
 
-GenRegStatus nextRecord(Operation& op, void* handle, GlobalRegRecord& key, void* found,
-                        GenRegStatus notRead) {
-  const GenRegStatus rc = statusOf(listOf(handle)->GetNext(key.FieldMask, &key, found));
-  if (rc == status::ok || rc == status::end_of_registry) return op.conclude(rc);
-  return op.fail(17, notRead, rc);
-}
-
 GenRegStatus closeList(Operation& op, void* handle) {
   if (handle == nullptr) return op.fail(18, status::list_handle_null);
   GlobalReg* list = listOf(handle);

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // The instance directory: OSSInstanceInfo_t to instance records of the global registry and back.
+#include "globalreg/internal/copy_short.h"
 #include "oss/internal/directory_support.h"
 #include "oss/internal/instance_image.h"
 
@@ -34,13 +35,18 @@ GlobalRegRecord makeKey(const char* service, unsigned long long versionCode, con
   return record;
 }
 
-// The same as makeKey of the service alone, in a record of which nothing else is looked at. The
-// filter of a list of services is null.
+// The same as makeKey of the service alone, in a record of which nothing else is looked at, nor
+// what is behind the text. The filter of a list of services is null.
 void setListKey(GlobalRegRecord& key, const char* service) {
   key.RecordType = kGlobalRegInstance;
   key.FieldMask = 0;
   key.MissingFieldMask = 0;
-  giveText(key, kInstanceService, key.Instance.Service, service);
+  if (service == nullptr) return;
+  const std::size_t length = strnlen(service, sizeof key.Instance.Service - 1);
+  globalreg::copyShort(reinterpret_cast<unsigned char*>(key.Instance.Service),
+                       reinterpret_cast<const unsigned char*>(service), length);
+  key.Instance.Service[length] = '\0';
+  key.FieldMask = kInstanceService;
 }
 
 void putFlags(GlobalRegRecord& record, unsigned long long flags) {

@@ -13,87 +13,69 @@ namespace {
 
 using globalreg::EntryReader;
 
-// Where a field goes, if it is a text, and its width in the record.
-struct Place {
-  std::size_t offset;
-  std::size_t width;
-  bool isNumber;
-};
+// Hands out the fields of an image one after the other, in the order of their bits. What is absent
+// is empty.
+class Fields {
+ public:
+  explicit Fields(const unsigned char* image) : entry_(image) {}
 
-#define VRX_TEXT(member, field) \
-  { offsetof(OSSInstanceInfo_t, member), sizeof(GlobalRegInstanceBody::field), false }
-#define VRX_NUMBER(field) \
-  { 0, sizeof(GlobalRegInstanceBody::field), true }
-
-// By the bits of the fields.
-constexpr unsigned kFieldCount = 10;
-constexpr unsigned kVersionCodeIndex = 1;
-constexpr unsigned kStartAtBootIndex = 5;
-constexpr Place kPlaces[kFieldCount] = {VRX_TEXT(service, Service),
-                                        VRX_NUMBER(VersionCode),
-                                        VRX_TEXT(instanceName, InstanceName),
-                                        VRX_TEXT(instancePath, InstancePath),
-                                        VRX_TEXT(usage, Usage),
-                                        VRX_NUMBER(StartAtBoot),
-                                        VRX_NUMBER(Maintenance),
-                                        VRX_TEXT(auxPath, AuxPath),
-                                        VRX_TEXT(auxName, AuxName),
-                                        VRX_TEXT(comment, Comment)};
-
-#undef VRX_TEXT
-#undef VRX_NUMBER
-
-// A field of `width` bytes, in the record and in the instance, is cut to leave room for its
-// terminator.
-void putText(unsigned char* to, std::size_t width, const unsigned char* text, std::size_t length) {
-  length = std::min(length, width - 1);
-  if (length > 0) globalreg::copyShort(to, text, length);
-  to[length] = '\0';
-}
-
-// As it would stand in the record: the entry's bytes, and zeros behind them.
-template <typename Number>
-Number numberOf(const unsigned char* bytes, std::size_t length) {
-  unsigned char field[sizeof(Number)] = {};
-  globalreg::copyShort(field, bytes, std::min(length, sizeof field));
-  return globalreg::readNumber<Number>(field);
-}
-
-// What the numbers of a record come to.
-struct Numbers {
-  unsigned long long versionCode = 0;
-  unsigned long long flags = 0;
-};
-
-void takeNumber(unsigned index, const unsigned char* bytes, std::size_t length, Numbers& numbers) {
-  if (index == kVersionCodeIndex) {
-    numbers.versionCode = numberOf<std::uint64_t>(bytes, length);
-  } else if (numberOf<std::uint32_t>(bytes, length) == 1) {
-    numbers.flags |=
-        index == kStartAtBootIndex ? kInstanceFlagStartAtBoot : kInstanceFlagMaintenance;
+  // A text of `width` bytes in the record and in the instance is cut to leave room for its
+  // terminator.
+  template <std::size_t width>
+  void takeText(char (&to)[width]) {
+    auto* const text = reinterpret_cast<unsigned char*>(to);
+    const std::size_t length = take(text, width, width - 1);
+    text[length] = '\0';
   }
-}
+
+  // As it would stand in the record: the entry's bytes, and zeros behind them.
+  template <typename Number>
+  Number takeNumber() {
+    unsigned char field[sizeof(Number)] = {};
+    take(field, sizeof field, sizeof field);
+    return globalreg::readNumber<Number>(field);
+  }
+
+  // Whether every entry fits its field: in the record, one that does not runs on into the next
+  // ones.
+  bool fit() const { return fit_; }
+
+ private:
+  // Copies at most `most` bytes of the next entry, and says how many. Inline, so that all that this
+  // class keeps stays in registers.
+  [[gnu::always_inline]] std::size_t take(unsigned char* to, std::size_t width, std::size_t most) {
+    if (!entry_.has(index_++)) return 0;
+    const std::size_t length = entry_.length();
+    fit_ = fit_ && length <= width;
+    const std::size_t count = std::min(length, most);
+    globalreg::copyShort(to, entry_.bytes(), count);
+    entry_.next();
+    return count;
+  }
+
+  EntryReader entry_;
+  unsigned index_ = 0;
+  bool fit_ = true;
+};
 
 // Fills the instance, but for its flags, which are only ever added to. False when an entry does not
-// fit its field: in the record it runs on into the next ones.
-bool fill(const unsigned char* image, OSSInstanceInfo_t* instance) {
-  auto* const out = reinterpret_cast<unsigned char*>(instance);
-  Numbers numbers;
-  EntryReader entry(image);
-  for (unsigned index = 0; index < kFieldCount; ++index) {
-    const Place& place = kPlaces[index];
-    const bool present = entry.has(index);
-    const std::size_t length = present ? entry.length() : 0;
-    if (length > place.width) return false;
-    if (!place.isNumber) {
-      putText(out + place.offset, place.width, entry.bytes(), length);
-    } else if (present) {
-      takeNumber(index, entry.bytes(), length, numbers);
-    }
-    if (present) entry.next();
-  }
-  instance->versionCode = numbers.versionCode;
-  instance->flags |= numbers.flags;
+// fit its field.
+bool fill(const unsigned char* image, OSSInstanceInfo_t* out) {
+  Fields fields(image);
+  fields.takeText(out->service);
+  const auto versionCode = fields.takeNumber<std::uint64_t>();
+  fields.takeText(out->instanceName);
+  fields.takeText(out->instancePath);
+  fields.takeText(out->usage);
+  const bool startAtBoot = fields.takeNumber<std::uint32_t>() == 1;
+  const bool maintenance = fields.takeNumber<std::uint32_t>() == 1;
+  fields.takeText(out->auxPath);
+  fields.takeText(out->auxName);
+  fields.takeText(out->comment);
+  if (!fields.fit()) return false;
+  out->versionCode = versionCode;
+  if (startAtBoot) out->flags |= kInstanceFlagStartAtBoot;
+  if (maintenance) out->flags |= kInstanceFlagMaintenance;
   return true;
 }
 
@@ -103,6 +85,8 @@ void unpackTo(const void* image, void* result) {
   if (!listed->isFilled) globalreg::kImageSlots.unpackTo(image, &listed->record);
 }
 
+}  // namespace
+
 constexpr GenRegImageSlots kInstanceSlots = {GlobalReg::MatchRecord,
                                              GlobalReg::GetMaxRecordSize,
                                              GlobalReg::PackRecord,
@@ -110,16 +94,5 @@ constexpr GenRegImageSlots kInstanceSlots = {GlobalReg::MatchRecord,
                                              GlobalReg::GetPackedRecordSize,
                                              globalreg::examineImage,
                                              unpackTo};
-
-}  // namespace
-
-FillsInstances::FillsInstances(GlobalReg& registry)
-    : registry_(registry), slots_(registry.imageSlots) {
-  if (slots_ != nullptr) registry_.imageSlots = &kInstanceSlots;
-}
-
-FillsInstances::~FillsInstances() {
-  registry_.imageSlots = slots_;
-}
 
 }  // namespace ossdir

@@ -14,10 +14,11 @@ using namespace genreg;
 
 namespace {
 
+template <LookupKind kind>
 class BinSearch {
  public:
-  BinSearch(GenRegBin& store, LookupKind kind, unsigned long long mask, void* key, void* result)
-      : store_(store), images_(store), kind_(kind), mask_(mask), key_(key), result_(result) {}
+  BinSearch(GenRegBin& store, unsigned long long mask, void* key, void* result)
+      : store_(store), images_(store), mask_(mask), key_(key), result_(result) {}
 
   void checkKey(Operation& op) { checkRecord(op, store_, mask_, key_); }
   void measure(Operation& op) { maxRecord_ = measureMaxRecord(op, store_); }
@@ -34,7 +35,6 @@ class BinSearch {
 
   GenRegBin& store_;
   const ImageView images_;
-  const LookupKind kind_;
   const unsigned long long mask_;
   void* const key_;
   void* const result_;
@@ -44,8 +44,9 @@ class BinSearch {
 };
 
 // Where records can be told apart as they lie, the scratch record is taken when one cannot.
-void BinSearch::allocate(Operation& op) {
-  if (kind_ == LookupKind::kGetNext) {
+template <LookupKind kind>
+void BinSearch<kind>::allocate(Operation& op) {
+  if (kind == LookupKind::kGetNext) {
     reader_ = scanReaderOf<FrameReader>(op, store_);
   } else {
     reader_ = &own_.emplace(op, store_, status::no_scratch_memory, status::scratch_not_released);
@@ -55,7 +56,8 @@ void BinSearch::allocate(Operation& op) {
   if (!images_.isAvailable()) reader_->allocate(500, ImageEnd::kUnknown);
 }
 
-void BinSearch::release() {
+template <LookupKind kind>
+void BinSearch<kind>::release() {
   if (own_.has_value()) {
     own_->release();
   } else if (reader_ != nullptr) {
@@ -63,7 +65,8 @@ void BinSearch::release() {
   }
 }
 
-Found BinSearch::find(Operation& op) {
+template <LookupKind kind>
+Found BinSearch<kind>::find(Operation& op) {
   for (;;) {
     const GenRegStatus rc = reader_->next();
     if (rc == status::end_of_registry) return Found::kEnd;
@@ -76,7 +79,8 @@ Found BinSearch::find(Operation& op) {
 
 // Whether the frame's record agrees with the key; the caller has then got it. A damaged frame ends
 // the lookup even where what is left of it would differ, so each must be seen to be whole.
-bool BinSearch::isTaken(Operation& op) {
+template <LookupKind kind>
+bool BinSearch<kind>::isTaken(Operation& op) {
   constexpr unsigned kWanted = kGenRegImageWhole | kGenRegImageDiffers | kGenRegImageAgrees;
   const unsigned found =
       images_.examine(kWanted, reader_->frame(), reader_->frameLength(), mask_, key_);
@@ -95,16 +99,18 @@ bool BinSearch::isTaken(Operation& op) {
   return true;
 }
 
-bool BinSearch::isMatch(Operation& op, ImageEnd imageEnd) {
+template <LookupKind kind>
+bool BinSearch<kind>::isMatch(Operation& op, ImageEnd imageEnd) {
   reader_->load(op, status::read_failed, imageEnd);
   if (op.failed()) return false;
   reader_->unpack(op);
   if (!op.failed()) return matches(op, store_, mask_, reader_->record(), key_);
-  if (kind_ == LookupKind::kGetNext) clearResult();
+  if (kind == LookupKind::kGetNext) clearResult();
   return false;
 }
 
-bool BinSearch::isLargeEnough(Operation& op) {
+template <LookupKind kind>
+bool BinSearch<kind>::isLargeEnough(Operation& op) {
   if (maxRecord_ < kMinResultSize) op.fail(520, status::record_too_large);
   return !op.failed();
 }
@@ -113,14 +119,14 @@ bool BinSearch::isLargeEnough(Operation& op) {
 
 int GenRegBin::Get(unsigned long long mask, void* key, void* result) {
   Operation op(kGenRegBinGet, registryPath);
-  BinSearch search(*this, LookupKind::kGet, mask, key, result);
+  BinSearch<LookupKind::kGet> search(*this, mask, key, result);
   runGet(op, *this, search);
   return op.result();
 }
 
 int GenRegBin::GetNext(unsigned long long mask, void* key, void* result) {
   Operation op(kGenRegBinGetNext, registryPath);
-  BinSearch search(*this, LookupKind::kGetNext, mask, key, result);
+  BinSearch<LookupKind::kGetNext> search(*this, mask, key, result);
   runGetNext(op, *this, search);
   return op.result();
 }

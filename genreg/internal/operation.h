@@ -39,7 +39,7 @@ class Operation {
   // The same, with the system error that explains it.
   GenRegStatus failErrno(unsigned probe, GenRegStatus code, int error);
   // Makes an expected outcome (end of file, no match) the result, unlogged.
-  GenRegStatus conclude(GenRegStatus code);
+  GenRegStatus conclude(GenRegStatus code) { return keep(code); }
   // Logs a finding that is not this function's result.
   void note(unsigned probe, GenRegStatus code, GenRegStatus inner);
   // Logs a value that explains the failure about to be reported, as label=value.
@@ -50,7 +50,10 @@ class Operation {
   int result() const { return statusInt(status_); }
 
  private:
-  GenRegStatus keep(GenRegStatus code);
+  GenRegStatus keep(GenRegStatus code) {
+    if (status_ == status::ok) status_ = code;
+    return status_;
+  }
   void write(unsigned probe, GenRegStatus code, GenRegStatus inner) const;
 
   const FunctionId function_;

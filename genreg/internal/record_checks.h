@@ -18,15 +18,38 @@ constexpr unsigned long kMaxRecordSize = 0x100000;
 // The smallest record that a lookup hands out: one of three bytes can be stored only.
 constexpr unsigned long kMinResultSize = 4;
 
-// Fails `op` with 0x900001E5 or 0x900001E6 when `size` is outside the limits.
-void checkRecordSize(Operation& op, unsigned probe, unsigned long size);
+// Fails `op` with 0x900001E5 or 0x900001E6.
+void refuseRecordSize(Operation& op, unsigned probe, unsigned long size);
+
+// Does so when `size` is outside the limits.
+inline void checkRecordSize(Operation& op, unsigned probe, unsigned long size) {
+  if (size < kMinRecordSize || size > kMaxRecordSize) refuseRecordSize(op, probe, size);
+}
 
 // Fails `op` with 0x9000021B (no slot) or 0x900001FC.
-void checkRecord(Operation& op, const GenRegFile& registry, unsigned long long mask, void* record);
+inline void checkRecord(Operation& op, const GenRegFile& registry, unsigned long long mask,
+                        void* record) {
+  if (registry.validateRecord == nullptr) {
+    op.fail(400, status::no_validate_slot);
+    return;
+  }
+  const GenRegStatus rc = statusOf(registry.validateRecord(mask, record));
+  if (rc != status::ok) op.fail(401, status::invalid_record, rc);
+}
 
 // The size of the format's largest record; 0 after a failure with 0x9000021D, 0x900001E5,
 // 0x900001E6.
-unsigned long measureMaxRecord(Operation& op, const GenRegFile& registry);
+inline unsigned long measureMaxRecord(Operation& op, const GenRegFile& registry) {
+  if (registry.getMaxRecordSize == nullptr) {
+    op.fail(410, status::no_max_size_slot);
+    return 0;
+  }
+  unsigned long size = 0;
+  const GenRegStatus rc = statusOf(registry.getMaxRecordSize(&size));
+  if (rc != status::ok) op.fail(411, rc);
+  if (!op.failed()) checkRecordSize(op, 412, size);
+  return op.failed() ? 0 : size;
+}
 
 // Whether the stored record agrees with the given one. False after a failure with 0x9000021C.
 bool matches(Operation& op, const GenRegFile& registry, unsigned long long mask, void* stored,

@@ -36,22 +36,27 @@ class ScanReaderOf : public ScanReader {
   Reader reader_;
 };
 
-// The reader of the store's open scan, which reports to `op` until it is told otherwise: the one
-// that the scan has, or a new one from where the stream stands. Null after a failure with
-// 0x900001E7.
+// Gives the store's open scan a reader that reads on from where the stream stands. False after a
+// failure with 0x900001E7.
+template <class Reader, class Store>
+bool makeScanReader(Operation& op, Store& store) {
+  // Unreached: constructors do not throw, so what the compiler keeps for that is never run.
+  auto* made = new (std::nothrow) ScanReaderOf<Reader>(op, store);
+  if (made == nullptr) {
+    op.fail(530, status::no_scratch_memory);
+    return false;
+  }
+  made->cursor().readFrom(store.registryStream, store.firstRecord, store.registrySize);
+  made->cursor().forgetBlock();  // the stream may have been moved since it was opened
+  store.scanReader = made;
+  return true;
+}
+
+// The reader of the store's open scan, which reports to `op` until it is told otherwise. The scan's
+// first call makes it: null when that fails.
 template <class Reader, class Store>
 Reader* scanReaderOf(Operation& op, Store& store) {
-  if (store.scanReader == nullptr) {
-    // Unreached: constructors do not throw, so what the compiler keeps for that is never run.
-    auto* made = new (std::nothrow) ScanReaderOf<Reader>(op, store);
-    if (made == nullptr) {
-      op.fail(530, status::no_scratch_memory);
-      return nullptr;
-    }
-    made->cursor().readFrom(store.registryStream, store.firstRecord, store.registrySize);
-    made->cursor().forgetBlock();  // the stream may have been moved since it was opened
-    store.scanReader = made;
-  }
+  if (store.scanReader == nullptr && !makeScanReader<Reader>(op, store)) return nullptr;
   Reader& reader = static_cast<ScanReaderOf<Reader>*>(store.scanReader)->reader();
   reader.reportTo(&op);
   return &reader;

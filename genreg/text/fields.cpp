@@ -39,15 +39,20 @@ char cleaned(char byte) {
   return kCleaned[static_cast<unsigned char>(byte)];
 }
 
+// From here on no byte is white space, a quote or the mark of a comment.
+constexpr unsigned char kFirstPlain = '#' + 1;
+
 // Most text has nothing in it that has to be changed, and is copied by words.
 //
-// Whether collapsing leaves the word as it is: it has no quote, and no white space but single
-// blanks. `next` is the word one byte on.
+// Whether collapsing leaves the word as it is and goes on behind it: it has no quote, no mark, and
+// no white space but single blanks. `next` is the word one byte on.
 bool isSettled(Word word, Word next) {
   constexpr Word kBlanks = kEachByte * ' ';
-  constexpr Word kQuotes = kEachByte * '"';
-  return !hasBelow(word, ' ') && !hasNul(word ^ kQuotes) &&
-         !hasNul((word ^ kBlanks) | (next ^ kBlanks));
+  constexpr Word kMarks = kEachByte * '#';
+  static_assert(('"' | 1) == '#');
+  return !hasBelow(word, kFirstPlain) ||
+         (!hasBelow(word, ' ') && !hasNul((word | kEachByte) ^ kMarks) &&
+          !hasNul((word ^ kBlanks) | (next ^ kBlanks)));
 }
 constexpr bool isClean(Word word) {
   return !hasBelow(word, 0x20) && !hasAbove(word, 0x7E);
@@ -73,9 +78,21 @@ unsigned long copyClean(const char* from, unsigned long length, char* to) {
   return copyWords(from, length, to, 0, [](const char* at) { return isClean(wordAt(at)); });
 }
 
-// Copies `length` bytes with each run of white space made one blank outside of double quotes, and
-// none at the ends. Returns where the copy ends.
-char* collapse(const char* from, unsigned long length, char* to) {
+// How many bytes collapsing has read, and where what it has written ends.
+struct Collapsed {
+  unsigned long length;
+  char* end;
+};
+
+char* withoutBlanksAtEnd(const char* start, char* end) {
+  while (end != start && end[-1] == ' ')
+    --end;
+  return end;
+}
+
+// Copies `length` bytes, or those before the first `mark`, with each run of white space made one
+// blank outside of double quotes, and none at the ends.
+Collapsed collapse(const char* from, unsigned long length, char* to, char mark) {
   char* const start = to;
   bool quoted = false;
   for (unsigned long at = 0; at < length;) {
@@ -84,15 +101,14 @@ char* collapse(const char* from, unsigned long length, char* to) {
     at += settled;
     to += settled;
     for (const unsigned long end = std::min(length, at + kWordSize); at < end; ++at) {
-      const bool blank = isLineSpace(from[at]);
-      if (from[at] == '"') quoted = !quoted;
-      if (!blank) *to++ = from[at];
-      if (blank && (quoted || (to != start && to[-1] != ' '))) *to++ = ' ';
+      const char byte = from[at];
+      if (byte == mark) return {at, withoutBlanksAtEnd(start, to)};
+      if (byte == '"') quoted = !quoted;
+      const bool blank = isLineSpace(byte);
+      if (!blank || quoted || (to != start && to[-1] != ' ')) *to++ = blank ? ' ' : byte;
     }
   }
-  while (to != start && to[-1] == ' ')
-    --to;
-  return to;
+  return {length, withoutBlanksAtEnd(start, to)};
 }
 
 // Copies `length` bytes with the unprintable ones made ".".
@@ -110,7 +126,7 @@ void strip(Operation& op, char* text) {
   const unsigned long length = std::strlen(text);
   if (!scratch.reserve(2, length + 1)) return;
   char* const stripped = static_cast<char*>(scratch.block());
-  char* const end = collapse(text, length, stripped);
+  char* const end = collapse(text, length, stripped, '\0').end;
   *end = '\0';
   std::memcpy(text, stripped, static_cast<unsigned long>(end - stripped) + 1);
 }
@@ -118,18 +134,14 @@ void strip(Operation& op, char* text) {
 }  // namespace
 
 char* genreg::takeStripped(char (&own)[kGenRegLineSize], const char* line, unsigned long length) {
-  const void* mark = std::memchr(line, '#', length);
-  if (mark == nullptr) {
-    *collapse(line, length, own) = '\0';
-    return nullptr;
-  }
-  const auto before = static_cast<unsigned long>(static_cast<const char*>(mark) - line);
-  const unsigned long behind = length - before - 1;
-  char* const end = collapse(line, before, own);
-  *end = '\0';
-  copyCleaned(line + before + 1, behind, end + 1);
-  end[1 + behind] = '\0';
-  return end + 1;
+  const Collapsed before = collapse(line, length, own, '#');
+  *before.end = '\0';
+  if (before.length == length) return nullptr;
+  const unsigned long behind = length - before.length - 1;
+  char* const comment = before.end + 1;
+  copyCleaned(line + before.length + 1, behind, comment);
+  comment[behind] = '\0';
+  return comment;
 }
 
 GenRegStatus StripWhiteSpace(char* text) {

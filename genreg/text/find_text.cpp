@@ -13,6 +13,12 @@ namespace genreg {
 #ifdef __SSE2__
 namespace {
 
+// Bytes that are looked at together.
+constexpr unsigned long kWide = sizeof(__m128i);
+__m128i load(const unsigned char* from) {
+  return _mm_loadu_si128(reinterpret_cast<const __m128i*>(from));
+}
+
 // Of a longer text, every place that looks right costs more than the C library's search does.
 constexpr unsigned long kLongText = 64;
 
@@ -40,8 +46,6 @@ const unsigned char* findByFirst(const unsigned char* at, const unsigned char* s
 // Looks at sixteen places at a time: only where both ends of the text stand is the whole compared.
 class WideSearch {
  public:
-  static constexpr unsigned long kPlaces = sizeof(__m128i);
-
   explicit WideSearch(const Text& text)
       : text_(text),
         first_(_mm_set1_epi8(static_cast<char>(text.first()))),
@@ -49,7 +53,7 @@ class WideSearch {
 
   // Moves `at` on to the text, or to the last places before `stop`, too few for another look.
   bool find(const unsigned char*& at, const unsigned char* stop) const {
-    for (; static_cast<unsigned long>(stop - at) >= kPlaces; at += kPlaces) {
+    for (; static_cast<unsigned long>(stop - at) >= kWide; at += kWide) {
       for (unsigned likely = likelyPlaces(at); likely != 0; likely &= likely - 1) {
         const unsigned char* place = at + __builtin_ctz(likely);
         if (!text_.standsAt(place)) continue;
@@ -67,9 +71,6 @@ class WideSearch {
     const __m128i ends = _mm_cmpeq_epi8(load(at + text_.length - 1), last_);
     return static_cast<unsigned>(_mm_movemask_epi8(_mm_and_si128(begins, ends)));
   }
-  static __m128i load(const unsigned char* from) {
-    return _mm_loadu_si128(reinterpret_cast<const __m128i*>(from));
-  }
 
   const Text text_;
   const __m128i first_;
@@ -83,6 +84,14 @@ const unsigned char* findShort(const unsigned char* bytes, unsigned long size, c
   return WideSearch(text).find(at, stop) ? at : findByFirst(at, stop, text);
 }
 
+// A bit for each of the bytes that ends a line.
+unsigned lineEnds(const unsigned char* at) {
+  const __m128i bytes = load(at);
+  const __m128i newlines = _mm_cmpeq_epi8(bytes, _mm_set1_epi8('\n'));
+  const __m128i nuls = _mm_cmpeq_epi8(bytes, _mm_setzero_si128());
+  return static_cast<unsigned>(_mm_movemask_epi8(_mm_or_si128(newlines, nuls)));
+}
+
 }  // namespace
 #endif
 
@@ -93,6 +102,18 @@ const unsigned char* findText(const unsigned char* bytes, unsigned long size, co
   if (length <= kLongText) return findShort(bytes, size, {text, length});
 #endif
   return static_cast<const unsigned char*>(memmem(bytes, size, text, length));
+}
+
+const unsigned char* findLineEnd(const unsigned char* bytes, unsigned long size) {
+#ifdef __SSE2__
+  for (; size >= kWide; bytes += kWide, size -= kWide) {
+    if (const unsigned ends = lineEnds(bytes); ends != 0) return bytes + __builtin_ctz(ends);
+  }
+#endif
+  const auto* newline = static_cast<const unsigned char*>(std::memchr(bytes, '\n', size));
+  const auto before = newline != nullptr ? static_cast<unsigned long>(newline - bytes) : size;
+  const auto* nul = static_cast<const unsigned char*>(std::memchr(bytes, '\0', before));
+  return nul != nullptr ? nul : newline;
 }
 
 }  // namespace genreg

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// findText: the first place, whatever the bytes and wherever they end.
+// findText and findLineEnd: the first place, whatever the bytes and wherever they end.
 #include "genreg/text/internal/find_text.h"
 
 #include <gtest/gtest.h>
@@ -14,12 +14,23 @@ namespace {
 constexpr std::size_t kNone = std::string::npos;
 
 // In memory of exactly that size, so that a sanitizer sees a look behind its end.
-std::size_t placeOf(const std::string& bytes, const std::string& text) {
+template <class Search>
+std::size_t placeIn(const std::string& bytes, const Search& search) {
   const auto exact = std::make_unique<unsigned char[]>(bytes.size());
   std::copy(bytes.begin(), bytes.end(), exact.get());
-  const unsigned char* found =
-      genreg::findText(exact.get(), bytes.size(), text.data(), text.size());
+  const unsigned char* found = search(exact.get());
   return found != nullptr ? static_cast<std::size_t>(found - exact.get()) : kNone;
+}
+
+std::size_t placeOf(const std::string& bytes, const std::string& text) {
+  return placeIn(bytes, [&](const unsigned char* exact) {
+    return genreg::findText(exact, bytes.size(), text.data(), text.size());
+  });
+}
+
+std::size_t lineEndOf(const std::string& bytes) {
+  return placeIn(
+      bytes, [&](const unsigned char* exact) { return genreg::findLineEnd(exact, bytes.size()); });
 }
 
 TEST(FindText, FindsTheTextWhereverItStands) {
@@ -60,6 +71,22 @@ TEST(FindText, AgreesWithAPlainSearch) {
     const std::string text = std::string("abacabaab").substr(random() % 5, 1 + random() % 4);
     ASSERT_EQ(placeOf(bytes, text), bytes.find(text)) << text << " in " << bytes;
   }
+}
+
+TEST(FindLineEnd, FindsTheFirstNewlineOrNulWhereverItStands) {
+  for (std::size_t before = 0; before < 70; ++before) {
+    for (std::size_t behind = 0; behind < 35; ++behind) {
+      const std::string text(before, 'a');
+      const std::string rest = std::string(behind, 'a') + std::string("\0\n", 2);
+      ASSERT_EQ(lineEndOf(text + "\n" + rest), before) << behind << " behind";
+      ASSERT_EQ(lineEndOf(text + std::string(1, '\0') + rest), before) << behind << " behind";
+    }
+  }
+}
+
+TEST(FindLineEnd, FindsNothingInALineThatGoesOn) {
+  for (std::size_t length = 0; length < 70; ++length)
+    ASSERT_EQ(lineEndOf(std::string(length, '\xFF')), kNone) << length;
 }
 
 }  // namespace

@@ -143,25 +143,23 @@ LineReader::LineReader(Continuations continuations) : continuations_(continuatio
   line_[0] = '\0';
 }
 
-bool LineReader::next() {
-  continuesPiece_ = last_.cut;
-  lineIsMade_ = !takeWhole();
-  if (!lineIsMade_) return true;
+bool LineReader::readThrough() {
   last_ = readLogical(rawBuffer_, line_, sizeof rawBuffer_, BlockText(cursor_), continuations_);
   raw_ = rawBuffer_;
   return last_.rawLength > 0;
 }
 
-// Takes the next line where it lies in memory, if it is there with its newline and goes on nowhere.
-// A byte behind it is asked for, so that looking for a further line does not move the block.
+// Takes the next line where it lies in memory, if it is there with its newline, goes on nowhere and
+// has no NUL. A byte behind it is asked for, so that looking for a further line does not move the
+// block.
 bool LineReader::takeWhole() {
   const std::size_t available = cursor_.available();
   if (available == 0) return false;
   const char* const from = reinterpret_cast<const char*>(cursor_.bytes());
-  const void* newline =
-      std::memchr(from, '\n', std::min<std::size_t>(available, kGenRegLineSize) - 1);
-  if (newline == nullptr) return false;
-  const std::size_t length = distance(from, newline) + 1;
+  const std::size_t most = std::min<std::size_t>(available, kGenRegLineSize) - 1;
+  const unsigned char* const end = findLineEnd(cursor_.bytes(), static_cast<unsigned long>(most));
+  if (end == nullptr || *end != '\n') return false;
+  const std::size_t length = distance(from, end) + 1;
   const bool escaped = length > 1 && from[length - 2] == '\\';
   if (escaped && continuations_ == Continuations::kJoined) return false;
   last_ = {};
@@ -237,7 +235,7 @@ bool LineReader::endsWithNewline() const {
 }
 
 bool LineReader::hasNul() const {
-  return std::memchr(raw_, '\0', last_.rawLength) != nullptr;
+  return raw_ == rawBuffer_ && std::memchr(raw_, '\0', last_.rawLength) != nullptr;
 }
 
 }  // namespace genreg

@@ -14,15 +14,11 @@ using namespace genreg;
 
 namespace {
 
+template <LookupKind kind>
 class TextSearch {
  public:
-  TextSearch(GenRegText& store, LookupKind kind, unsigned long long mask, void* key, void* result)
-      : store_(store),
-        kind_(kind),
-        everyLine_(kind == LookupKind::kGetNext && mask == 0),
-        mask_(mask),
-        key_(key),
-        result_(result) {}
+  TextSearch(GenRegText& store, unsigned long long mask, void* key, void* result)
+      : store_(store), mask_(mask), key_(key), result_(result) {}
 
   void checkKey(Operation& op);
   void measure(Operation& op) { maxRecord_ = measureMaxRecord(op, store_); }
@@ -33,12 +29,20 @@ class TextSearch {
   Found find(Operation& op);
 
  private:
+  bool wantsEveryLine() const { return kind == LookupKind::kGetNext && mask_ == 0; }
   bool isTaken(Operation& op, const LineFilter& filter);
-  void handOut(Operation& op);
+  // A copied record's strings would lie in the scratch record, so the line is parsed into the
+  // caller's. One that does not parse is handed out, too, as far as it goes in an empty record.
+  void handOut(Operation& op) {
+    if (maxRecord_ < kMinResultSize) {
+      op.fail(520, status::record_too_large);
+      return;
+    }
+    if (stored_->parseInto(op, result_)) return;
+    (void)store_.parseLine(result_, stored_->text().line());  // as it did a moment ago
+  }
 
   GenRegText& store_;
-  const LookupKind kind_;
-  const bool everyLine_;
   const unsigned long long mask_;
   void* const key_;
   void* const result_;
@@ -47,8 +51,9 @@ class TextSearch {
   std::optional<LineRecord> own_;
 };
 
-void TextSearch::allocate(Operation& op) {
-  if (kind_ == LookupKind::kGetNext) {
+template <LookupKind kind>
+void TextSearch<kind>::allocate(Operation& op) {
+  if (kind == LookupKind::kGetNext) {
     stored_ = scanReaderOf<LineRecord>(op, store_);
   } else {
     stored_ = &own_.emplace(op, store_, status::no_scratch_memory, status::scratch_not_released);
@@ -57,7 +62,8 @@ void TextSearch::allocate(Operation& op) {
 }
 
 // A lookup's outcome is not spoilt by memory that cannot be given back.
-void TextSearch::release() {
+template <LookupKind kind>
+void TextSearch<kind>::release() {
   if (own_.has_value()) {
     own_->releaseLoggedOnly();
   } else if (stored_ != nullptr) {
@@ -66,54 +72,46 @@ void TextSearch::release() {
 }
 
 // A search for every line has no key to check.
-void TextSearch::checkKey(Operation& op) {
-  if (!everyLine_) return checkRecord(op, store_, mask_, key_);
+template <LookupKind kind>
+void TextSearch<kind>::checkKey(Operation& op) {
+  if (!wantsEveryLine()) return checkRecord(op, store_, mask_, key_);
   if (store_.validateRecord == nullptr) op.fail(510, status::no_validate_slot);
 }
 
-Found TextSearch::find(Operation& op) {
-  const LineFilter filter(store_, mask_, everyLine_ ? nullptr : key_);
+template <LookupKind kind>
+Found TextSearch<kind>::find(Operation& op) {
+  const LineFilter filter(store_, mask_, wantsEveryLine() ? nullptr : key_);
   for (;;) {
     while (filter.passOver(stored_->text()).length > 0)
       continue;
     const LineStep step = stored_->next(op, status::read_failed);
     if (step == LineStep::kEnd) return Found::kEnd;
-    const bool taken = step == LineStep::kLine && (everyLine_ || isTaken(op, filter));
+    const bool taken = step == LineStep::kLine && (wantsEveryLine() || isTaken(op, filter));
     if (taken) handOut(op);
     if (op.failed()) return Found::kFailed;
     if (taken) return Found::kMatch;
   }
 }
 
-bool TextSearch::isTaken(Operation& op, const LineFilter& filter) {
+template <LookupKind kind>
+bool TextSearch<kind>::isTaken(Operation& op, const LineFilter& filter) {
   if (!filter.mayAgree(stored_->text())) return false;
   stored_->parse(op);
   return stored_->isParsed() && matches(op, store_, mask_, stored_->record(), key_);
-}
-
-// A copied record's strings would lie in the scratch record, so the line is parsed into the
-// caller's. One that does not parse is handed out, too, as far as it goes in an empty record.
-void TextSearch::handOut(Operation& op) {
-  if (maxRecord_ < kMinResultSize) {
-    op.fail(520, status::record_too_large);
-    return;
-  }
-  if (stored_->parseInto(op, result_)) return;
-  (void)store_.parseLine(result_, stored_->text().line());  // as it did a moment ago
 }
 
 }  // namespace
 
 GenRegStatus GenRegText::Get(unsigned long long mask, void* key, void* result) {
   Operation op(kGenRegTextGet, registryPath);
-  TextSearch search(*this, LookupKind::kGet, mask, key, result);
+  TextSearch<LookupKind::kGet> search(*this, mask, key, result);
   runGet(op, *this, search);
   return op.status();
 }
 
 GenRegStatus GenRegText::GetNext(unsigned long long mask, void* key, void* result) {
   Operation op(kGenRegTextGetNext, registryPath);
-  TextSearch search(*this, LookupKind::kGetNext, mask, key, result);
+  TextSearch<LookupKind::kGetNext> search(*this, mask, key, result);
   runGetNext(op, *this, search);
   return op.status();
 }

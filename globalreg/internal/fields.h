@@ -69,8 +69,23 @@ struct Layout {
   }
 };
 
+extern const Layout kInstanceLayout;
+extern const Layout kServiceLayout;
+extern const Layout kVariableLayout;
+
 // The layout of a type of record; null for a type that has none.
-const Layout* layoutOf(std::uint32_t type);
+inline const Layout* layoutOf(std::uint32_t type) {
+  switch (type) {
+    case kGlobalRegInstance:
+      return &kInstanceLayout;
+    case kGlobalRegService:
+      return &kServiceLayout;
+    case kGlobalRegVariable:
+      return &kVariableLayout;
+    default:
+      return nullptr;
+  }
+}
 
 // An unsigned number of the host's byte order at any address.
 template <typename Number>

@@ -76,8 +76,13 @@ GenRegStatus openList(genreg::Operation& op, void** handle, bool hostWideOnly, c
 
 // The next record of the list that agrees with `key` in the fields that the key has. `found`
 // receives it in the form that the list's image slots give, or as a record.
-GenRegStatus nextRecord(genreg::Operation& op, void* handle, GlobalRegRecord& key, void* found,
-                        GenRegStatus notRead);
+inline GenRegStatus nextRecord(genreg::Operation& op, void* handle, GlobalRegRecord& key,
+                               void* found, GenRegStatus notRead) {
+  auto* const list = static_cast<GlobalReg*>(handle);
+  const GenRegStatus rc = genreg::statusOf(list->GetNext(key.FieldMask, &key, found));
+  if (rc == genreg::status::ok || rc == genreg::status::end_of_registry) return op.conclude(rc);
+  return op.fail(17, notRead, rc);
+}
 
 // Closes and frees a list.
 GenRegStatus closeList(genreg::Operation& op, void* handle);

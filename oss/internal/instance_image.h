@@ -16,12 +16,17 @@ struct ListedInstance {
   bool isFilled;
 };
 
+// The image slots that fill instances.
+extern const GenRegImageSlots kInstanceSlots;
+
 // Lets a registry fill instances from images for as long as this lives: its results must all be of
 // the type above meanwhile. Whoever else reads from a list's registry gets records.
 class FillsInstances {
  public:
-  explicit FillsInstances(GlobalReg& registry);
-  ~FillsInstances();
+  explicit FillsInstances(GlobalReg& registry) : registry_(registry), slots_(registry.imageSlots) {
+    if (slots_ != nullptr) registry_.imageSlots = &kInstanceSlots;
+  }
+  ~FillsInstances() { registry_.imageSlots = slots_; }
   FillsInstances(const FillsInstances&) = delete;
   FillsInstances& operator=(const FillsInstances&) = delete;
 

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Looking for a short text in many bytes, NULs among them.
+// Looking for a short text in many bytes, NULs among them, and for the end of a line.
 #pragma once
 
 namespace genreg {
@@ -9,5 +9,8 @@ namespace genreg {
 // as the text is no longer than a name is.
 const unsigned char* findText(const unsigned char* bytes, unsigned long size, const char* text,
                               unsigned long length);
+
+// The first newline or NUL among the `size` bytes at `bytes`; null when there is neither.
+const unsigned char* findLineEnd(const unsigned char* bytes, unsigned long size);
 
 }  // namespace genreg

@@ -42,7 +42,11 @@ class LineReader {
   BlockCursor& cursor() { return cursor_; }
 
   // Reads the next line. False when none came: at the end of the file, or on a read error.
-  bool next();
+  bool next() {
+    continuesPiece_ = last_.cut;
+    lineIsMade_ = !takeWhole();
+    return !lineIsMade_ || readThrough();
+  }
 
   // Steps over whole lines that are in memory, from the next one on, and gives them: those before
   // the first that may hold `text`, a string of `length` bytes without a newline. Lines that can be
@@ -58,7 +62,7 @@ class LineReader {
   // The logical line, terminated, for the format's parser.
   char* line();
   // Whether that is raw() and a terminator, and nothing has been copied yet.
-  bool isInPlace() const { return !lineIsMade_ && !hasNul(); }
+  bool isInPlace() const { return !lineIsMade_; }
   // False when the logical line does not hold `text`, a string of `length` bytes.
   bool mayHold(const char* text, unsigned long length) const;
   // The bytes as they stand in the file, rawLength() of them. They stay until the next step.
@@ -73,6 +77,7 @@ class LineReader {
   Passage linesAhead();
   Passage skipLines(unsigned long most);
   bool takeWhole();
+  bool readThrough();
 
   const Continuations continuations_;
   BlockCursor cursor_;

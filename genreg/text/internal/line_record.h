@@ -32,14 +32,24 @@ class LineRecord {
 
   // Reads the next line. Fails `op` with `readFailure`, or for want of the slot that would parse it
   // with 0x90000220.
-  LineStep next(Operation& op, GenRegStatus readFailure);
+  LineStep next(Operation& op, GenRegStatus readFailure) {
+    tried_ = parsed_ = false;
+    const bool came = reader_.next();
+    if (reader_.hasError()) return fail(op, 400, readFailure);
+    if (!came) return LineStep::kEnd;
+    return store_.parseLine != nullptr ? LineStep::kLine : fail(op, 410, status::no_parse_slot);
+  }
   // Makes the line's record, once. A line that does not parse is noted and leaves an empty one.
   void parse(Operation& op) {
     if (!tried_) parsed_ = parseInto(op, record());
     tried_ = true;
   }
   // The same into `record`, of the format's largest size, every time. Whether it was understood.
-  bool parseInto(Operation& op, void* record);
+  bool parseInto(Operation& op, void* record) {
+    const GenRegStatus rc = parseLine(record);
+    if (rc != status::ok) noteUnparsed(op, rc, record);
+    return rc == status::ok;
+  }
 
   LineReader& text() { return reader_; }
   void* record() { return scratch_.block(); }
@@ -47,7 +57,16 @@ class LineRecord {
   bool isParsed() const { return parsed_; }
 
  private:
-  GenRegStatus parseLine(void* record);
+  GenRegStatus parseLine(void* record) {
+    const GenRegLineSlots* slots = store_.lineSlots;
+    const bool hasWay = slots != nullptr && slots->parseLine == store_.parseLine;
+    if (!hasWay || slots->parseText == nullptr || !reader_.isInPlace()) {
+      return statusOf(store_.parseLine(record, reader_.line()));
+    }
+    return statusOf(slots->parseText(record, reader_.raw(), reader_.rawLength() - 1));
+  }
+  static LineStep fail(Operation& op, unsigned probe, GenRegStatus code);
+  void noteUnparsed(Operation& op, GenRegStatus rc, void* record);
 
   GenRegText& store_;
   LineReader reader_;
