@@ -18,6 +18,8 @@ valgrind --tool=memcheck --quiet --error-exitcode=99 --leak-check=full --show-le
   --errors-for-leak-kinds=definite --log-file="$log" \
   "$build/tests/vrx_unit_tests" --gtest_filter="$filter" >"$build/valgrind.out" 2>&1 || result=$?
 findings=$(grep -c '^==[0-9]*== [A-Z]' "$log" || true)
+count() { sed -nE "s/^\[ *$1 *\] ([0-9]+) tests?.*/\1/p" "$build/valgrind.out" | tail -n 1; }
 tail -n 3 "$build/valgrind.out"
 echo "valgrind: exit status $result, $findings findings in $log"
+echo "tests passed under memcheck: $(count PASSED)/$(count ==========)"
 exit "$result"

@@ -68,7 +68,10 @@ run_proof() {
   proof_campaign resources "$tests/resources/resource_check" --operations "$((operations / 10))"
   proof_campaign surroundings "$tests/surroundings/vrx_surroundings_tests"
   proof_campaign coverage ./dev coverage
-  [[ $size == --short ]] || proof_campaign mutants ./dev mutants
+  if [[ $size == --full ]]; then
+    proof_campaign valgrind scripts/valgrind_tests.sh build/dev
+    proof_campaign mutants ./dev mutants
+  fi
   VRX_FUZZ_SECONDS=$fuzz_seconds proof_campaign fuzz fuzz_targets
   proof_table
   if [[ ${#proof_failures[@]} -gt 0 ]]; then
