@@ -340,7 +340,7 @@ EntryState readLogEntry(std::string_view text, LogEntry* entry) {
   if (ways.count() == 0) return EntryState::unreadable;
   // Whether a line end belongs to a text, or what follows it to somebody else, nobody can tell; nor
   // whether the beginning of an entry does, or this one was cut there.
-  const bool goesOn = text.find('\n') != text.npos || rest.find(kBegin) != rest.npos;
+  const bool goesOn = text.find('\n') != text.npos || text.find(kBegin, 1) != text.npos;
   if (ways.count() > 1 || goesOn) return EntryState::ambiguous;
   takeWay(rest, ways.first(), entry);
   return readRecords(rest.substr(ways.first().records), entry);

@@ -238,6 +238,11 @@ TEST(LogEntry, EntryThatWasCutBeforeTheNextIsNotReadAsOne) {
     EXPECT_NE(stateOf(cut.substr(0, size) + next), EntryState::read) << size;
 }
 
+TEST(LogEntry, BeginningOfAnEntryInTheCallersNameIsAmbiguous) {
+  EXPECT_EQ(stateOf("TS=\"\";CALLER=aTS=\"b;PID=1;U=0;BL=;FP=0;PATH=;ACT=Add;CL=N/A;REC="),
+            EntryState::ambiguous);
+}
+
 TEST(LogEntry, WhatIsNoEntryIsUnreadable) {
   EXPECT_EQ(stateOf(""), EntryState::unreadable);
   EXPECT_EQ(stateOf("TS=\""), EntryState::unreadable);
