@@ -20,4 +20,16 @@ bool matches(Operation& op, const GenRegFile& registry, unsigned long long mask,
   return registry.matchRecord(mask, stored, given) == 1;
 }
 
+unsigned long measureMaxRecord(Operation& op, const GenRegFile& registry) {
+  if (registry.getMaxRecordSize == nullptr) {
+    op.fail(410, status::no_max_size_slot);
+    return 0;
+  }
+  unsigned long size = 0;
+  const GenRegStatus rc = statusOf(registry.getMaxRecordSize(&size));
+  if (rc != status::ok) op.fail(411, rc);
+  if (!op.failed()) checkRecordSize(op, 412, size);
+  return op.failed() ? 0 : size;
+}
+
 }  // namespace genreg

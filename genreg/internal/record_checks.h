@@ -39,17 +39,7 @@ inline void checkRecord(Operation& op, const GenRegFile& registry, unsigned long
 
 // The size of the format's largest record; 0 after a failure with 0x9000021D, 0x900001E5,
 // 0x900001E6.
-inline unsigned long measureMaxRecord(Operation& op, const GenRegFile& registry) {
-  if (registry.getMaxRecordSize == nullptr) {
-    op.fail(410, status::no_max_size_slot);
-    return 0;
-  }
-  unsigned long size = 0;
-  const GenRegStatus rc = statusOf(registry.getMaxRecordSize(&size));
-  if (rc != status::ok) op.fail(411, rc);
-  if (!op.failed()) checkRecordSize(op, 412, size);
-  return op.failed() ? 0 : size;
-}
+unsigned long measureMaxRecord(Operation& op, const GenRegFile& registry);
 
 // Whether the stored record agrees with the given one. False after a failure with 0x9000021C.
 bool matches(Operation& op, const GenRegFile& registry, unsigned long long mask, void* stored,
