@@ -100,6 +100,12 @@ Failure failureOf(GenRegStatus status, const std::string& subject, const std::st
   return failure;
 }
 
+Failure pathFailure(Exit exit, const std::string& path, const std::string& why) {
+  Failure failure(exit, fmt::format("{}: {}", path, why));
+  failure.path = path;
+  return failure;
+}
+
 Failure usageFailure(const std::string& message) {
   return {Exit::usage, message};
 }

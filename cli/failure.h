@@ -55,6 +55,9 @@ std::string codeText(GenRegStatus code);
 // The failure of `subject` (a record, a file) with `code`.
 Failure failureOf(GenRegStatus code, const std::string& subject, const std::string& path);
 
+// The failure of the file at `path`, which the message begins with.
+Failure pathFailure(Exit exit, const std::string& path, const std::string& why);
+
 // A usage failure: what is wrong with the command line.
 Failure usageFailure(const std::string& message);
 

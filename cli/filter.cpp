@@ -96,14 +96,14 @@ void readPattern(const std::vector<Field>& fields, const std::string& expression
 }
 
 Condition parseCondition(const std::vector<Field>& fields, const std::string& expression) {
-  const std::size_t end = expression.find_first_of("!<>=~");
+  const std::string field = fieldOf(expression);
   Condition condition;
   for (const RelationSign& sign : kSigns) {
     const std::string_view text = sign.sign;
-    if (end == std::string::npos || expression.compare(end, text.size(), text) != 0) continue;
-    condition.column = columnsOf(fields, {expression.substr(0, end)}, "--where").front();
+    if (expression.compare(field.size(), text.size(), text) != 0) continue;
+    condition.column = columnsOf(fields, {field}, "--where").front();
     condition.relation = sign.relation;
-    condition.text = expression.substr(end + text.size());
+    condition.text = expression.substr(field.size() + text.size());
     readPattern(fields, expression, &condition);
     return condition;
   }
@@ -150,6 +150,10 @@ std::vector<int> columnsOf(const std::vector<Field>& fields, const std::vector<s
     columns.push_back(index < 0 ? kKeyColumn : index);
   }
   return columns;
+}
+
+std::string fieldOf(const std::string& expression) {
+  return expression.substr(0, expression.find_first_of("!<>=~"));
 }
 
 RowTest parseFilter(const std::vector<Field>& fields, const std::vector<std::string>& expressions) {

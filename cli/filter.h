@@ -18,6 +18,9 @@ constexpr int kKeyColumn = -1;
 std::vector<int> columnsOf(const std::vector<Field>& fields, const std::vector<std::string>& names,
                            const std::string& option);
 
+// The name of the field that an expression is about.
+std::string fieldOf(const std::string& expression);
+
 // Whether a row is wanted, and whether one row comes before another.
 using RowTest = std::function<bool(const Row& row)>;
 using RowOrder = std::function<bool(const Row& a, const Row& b)>;

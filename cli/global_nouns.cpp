@@ -23,8 +23,8 @@ std::vector<Field> instanceFields() {
       {"instance", "INSTANCE", Kind::text, VRX_WIDTH(Instance, InstanceName), KeyPart::name},
       {"path", "PATH", Kind::text, VRX_WIDTH(Instance, InstancePath), KeyPart::none},
       {"usage", "USAGE", Kind::text, VRX_WIDTH(Instance, Usage), KeyPart::none},
-      {"start_at_boot", "BOOT", Kind::boolean, 0, KeyPart::none},
-      {"maintenance", "MAINT", Kind::boolean, 0, KeyPart::none},
+      {"start_at_boot", "BOOT", Kind::boolean},
+      {"maintenance", "MAINT", Kind::boolean},
       {"aux_path", "AUX_PATH", Kind::text, VRX_WIDTH(Instance, AuxPath), KeyPart::none},
       {"aux_name", "AUX_NAME", Kind::text, VRX_WIDTH(Instance, AuxName), KeyPart::none},
       {"comment", "COMMENT", Kind::text, VRX_WIDTH(Instance, Comment), KeyPart::none},
@@ -38,11 +38,11 @@ std::vector<Field> serviceFields() {
       {"text1", "TEXT1", Kind::text, VRX_WIDTH(Services, Text1), KeyPart::none},
       {"text2", "TEXT2", Kind::text, VRX_WIDTH(Services, Text2), KeyPart::none},
       {"text3", "TEXT3", Kind::text, VRX_WIDTH(Services, Text3), KeyPart::none},
-      {"fixpack", "FIXPACK", Kind::number, 0, KeyPart::none},
-      {"num2", "NUM2", Kind::number, 0, KeyPart::none},
-      {"flag", "FLAG", Kind::byte, 0, KeyPart::none},
-      {"num3", "NUM3", Kind::number, 0, KeyPart::none},
-      {"num4", "NUM4", Kind::number, 0, KeyPart::none},
+      {"fixpack", "FIXPACK", Kind::number},
+      {"num2", "NUM2", Kind::number},
+      {"flag", "FLAG", Kind::byte},
+      {"num3", "NUM3", Kind::number},
+      {"num4", "NUM4", Kind::number},
   };
 }
 

@@ -16,19 +16,13 @@ namespace {
 // The order of the values that rowOf makes.
 const std::vector<Field>& companionFields() {
   static const std::vector<Field> fields = {
-      {"what", "WHAT", Kind::text, 0, KeyPart::none},
-      {"path", "PATH", Kind::text, 0, KeyPart::none},
-      {"type", "TYPE", Kind::text, 0, KeyPart::none},
-      {"size", "SIZE", Kind::number, 0, KeyPart::none},
-      {"mode", "MODE", Kind::text, 0, KeyPart::none},
-      {"time", "TIME", Kind::time, 0, KeyPart::none},
-      {"records", "RECORDS", Kind::number, 0, KeyPart::none},
-      {"lines", "LINES", Kind::number, 0, KeyPart::none},
-      {"age", "AGE", Kind::text, 0, KeyPart::none},
-      {"locked", "LOCKED", Kind::boolean, 0, KeyPart::none},
-      {"holder", "HOLDER", Kind::text, 0, KeyPart::none},
-      {"problem", "PROBLEM", Kind::text, 0, KeyPart::none},
-      {"meaning", "MEANING", Kind::text, 0, KeyPart::none},
+      {"what", "WHAT", Kind::text},         {"path", "PATH", Kind::text},
+      {"type", "TYPE", Kind::text},         {"size", "SIZE", Kind::number},
+      {"mode", "MODE", Kind::text},         {"time", "TIME", Kind::time},
+      {"records", "RECORDS", Kind::number}, {"lines", "LINES", Kind::number},
+      {"age", "AGE", Kind::text},           {"locked", "LOCKED", Kind::boolean},
+      {"holder", "HOLDER", Kind::text},     {"problem", "PROBLEM", Kind::text},
+      {"meaning", "MEANING", Kind::text},
   };
   return fields;
 }
@@ -179,9 +173,9 @@ Exit runLeftoversDiff(Command& command) {
   answer.schema = "vrxreg.leftovers.diff/1";
   answer.shape = Shape::flat;
   answer.registry = subject.path;
-  answer.fields = {{"path", "PATH", Kind::text, 0, KeyPart::none},
-                   {"differs", "DIFFERS", Kind::boolean, 0, KeyPart::none},
-                   {"diff", "DIFF", Kind::text, 0, KeyPart::none}};
+  answer.fields = {{"path", "PATH", Kind::text},
+                   {"differs", "DIFFERS", Kind::boolean},
+                   {"diff", "DIFF", Kind::text}};
   answer.columns = allColumns(answer.fields);
   answer.rows = {Row{wordOf(companion), {seen.at(companion).path, !diff.empty(), diff}, {}}};
   answer.plain = command.arguments.color ? colorDiff(diff) : diff;

@@ -73,12 +73,9 @@ std::string renderPlan(const Command& command, const Subject& subject, const Pla
   Answer answer;
   answer.schema = "vrxreg.leftovers.steps/1";
   answer.registry = subject.path;
-  answer.fields = {{"action", "ACTION", Kind::text, 0, KeyPart::none},
-                   {"path", "PATH", Kind::text, 0, KeyPart::none},
-                   {"to", "TO", Kind::text, 0, KeyPart::none},
-                   {"records", "RECORDS", Kind::number, 0, KeyPart::none},
-                   {"note", "NOTE", Kind::text, 0, KeyPart::none},
-                   {"done", "DONE", Kind::boolean, 0, KeyPart::none}};
+  answer.fields = {{"action", "ACTION", Kind::text}, {"path", "PATH", Kind::text},
+                   {"to", "TO", Kind::text},         {"records", "RECORDS", Kind::number},
+                   {"note", "NOTE", Kind::text},     {"done", "DONE", Kind::boolean}};
   answer.columns = allColumns(answer.fields);
   answer.plain = plan.empty() ? "nothing to do\n" : "";
   for (const Step& step : plan) {
@@ -116,11 +113,10 @@ struct Source {
 // A planted second name would let somebody else go on writing into the registry.
 void requireOneName(const Found& found) {
   if (found.links == 1) return;
-  Failure failure(Exit::io, fmt::format("{}: has {} names, so that other programs may change it "
-                                        "unnoticed; copy it, and promote the copy",
-                                        found.path, found.links));
-  failure.path = found.path;
-  throw failure;
+  throw pathFailure(Exit::io, found.path,
+                    fmt::format("has {} names, so that other programs may change it unnoticed; "
+                                "copy it, and promote the copy",
+                                found.links));
 }
 
 // What stands at the registry's name must be a file, or nothing.
@@ -136,11 +132,8 @@ void openSource(const Command& command, const Subject& subject, const Found& fou
 }
 
 [[noreturn]] void refuseLoss(const Surroundings& seen) {
-  Failure failure(Exit::conflict,
-                  fmt::format("{}: there is no free name to keep it under: clean bkp or cor first",
-                              seen.registry.path));
-  failure.path = seen.registry.path;
-  throw failure;
+  throw pathFailure(Exit::conflict, seen.registry.path,
+                    "there is no free name to keep it under: clean bkp or cor first");
 }
 
 Value recordsOf(const Command& command, const Subject& subject, const Found& found,
@@ -327,9 +320,8 @@ void requireNothingLeft(const Plan& plan) {
   const auto left = [](const Step& step) { return step.doing == Doing::leaves; };
   const auto at = std::find_if(plan.begin(), plan.end(), left);
   if (at == plan.end()) return;
-  Failure failure(Exit::io, fmt::format("{}: {}; left alone", at->path, at->note));
+  Failure failure = pathFailure(Exit::io, at->path, at->note + "; left alone");
   failure.code = oss::status::not_a_regular_file;
-  failure.path = at->path;
   throw failure;
 }
 

@@ -101,9 +101,7 @@ void requireText(const std::string& text, const std::string& path) {
   const std::size_t at = text.find('\0');
   if (at == std::string::npos) return;
   const auto line = std::count(text.begin(), text.begin() + static_cast<std::ptrdiff_t>(at), '\n');
-  Failure failure(Exit::damaged, fmt::format("{}: line {} holds a NUL byte", path, line + 1));
-  failure.path = path;
-  throw failure;
+  throw pathFailure(Exit::damaged, path, fmt::format("line {} holds a NUL byte", line + 1));
 }
 
 }  // namespace

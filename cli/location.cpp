@@ -85,9 +85,7 @@ void requireFolder(const std::string& path) {
   const std::string folder = slash == std::string::npos ? "." : path.substr(0, slash + 1);
   struct stat info {};
   if (stat(folder.c_str(), &info) == 0 && S_ISDIR(info.st_mode)) return;
-  Failure failure(Exit::noRegistry, fmt::format("{}: there is no folder {}", path, folder));
-  failure.path = path;
-  throw failure;
+  throw pathFailure(Exit::noRegistry, path, "there is no folder " + folder);
 }
 
 void requireRegistry(const std::string& path) {

@@ -41,22 +41,14 @@ enum Column : std::size_t {
 
 const std::vector<Field>& entryFields() {
   static const std::vector<Field> fields = {
-      {"line", "LINE", Kind::number, 0, KeyPart::none},
-      {"time", "TIME", Kind::time, 0, KeyPart::none},
-      {"action", "ACTION", Kind::text, 0, KeyPart::none},
-      {"kind", "KIND", Kind::text, 0, KeyPart::none},
-      {"key", "KEY", Kind::text, 0, KeyPart::none},
-      {"caller", "CALLER", Kind::text, 0, KeyPart::none},
-      {"pid", "PID", Kind::integer, 0, KeyPart::none},
-      {"uid", "UID", Kind::number, 0, KeyPart::none},
-      {"command", "COMMAND", Kind::text, 0, KeyPart::none},
-      {"registry", "REGISTRY", Kind::text, 0, KeyPart::none},
-      {"build_level", "LEVEL", Kind::text, 0, KeyPart::none},
-      {"fixpack", "FIXPACK", Kind::number, 0, KeyPart::none},
-      {"old", "OLD", Kind::text, 0, KeyPart::none},
-      {"new", "NEW", Kind::text, 0, KeyPart::none},
-      {"problem", "PROBLEM", Kind::text, 0, KeyPart::none},
-      {"text", "TEXT", Kind::text, 0, KeyPart::none},
+      {"line", "LINE", Kind::number},       {"time", "TIME", Kind::time},
+      {"action", "ACTION", Kind::text},     {"kind", "KIND", Kind::text},
+      {"key", "KEY", Kind::text},           {"caller", "CALLER", Kind::text},
+      {"pid", "PID", Kind::integer},        {"uid", "UID", Kind::number},
+      {"command", "COMMAND", Kind::text},   {"registry", "REGISTRY", Kind::text},
+      {"build_level", "LEVEL", Kind::text}, {"fixpack", "FIXPACK", Kind::number},
+      {"old", "OLD", Kind::text},           {"new", "NEW", Kind::text},
+      {"problem", "PROBLEM", Kind::text},   {"text", "TEXT", Kind::text},
   };
   return fields;
 }
@@ -122,7 +114,7 @@ bool isProblem(const Row& row) {
 }
 
 bool isKnownOfProblems(const std::string& expression) {
-  const std::string field = expression.substr(0, expression.find_first_of("!<>=~"));
+  const std::string field = fieldOf(expression);
   return field == "line" || field == "problem" || field == "text";
 }
 
@@ -150,11 +142,10 @@ class LogView {
       : arguments_(arguments),
         showsAtOnce_(showsAtOnce(arguments)),
         wanted_(wantedRows(arguments.where)),
-        order_(parseOrder(entryFields(), arguments.sort)) {
+        order_(parseOrder(entryFields(), arguments.sort)),
+        columns_(columnsOf(entryFields(), arguments.fields, "--fields")) {
     answer_.schema = "vrxreg.log/1";
     answer_.fields = entryFields();
-    if (!arguments.fields.empty())
-      answer_.columns = columnsOf(answer_.fields, arguments.fields, "--fields");
   }
 
   void add(const LoggedText& text) {
@@ -169,12 +160,10 @@ class LogView {
   void showWhatCame() {
     if (!showsAtOnce_ || answer_.rows.empty()) return;
     writeOutput(take());
-    isEmpty_ = false;
   }
 
-  // The text of what is left to show; nothing may have come at all.
+  // The text of what is left to show.
   std::string takeRest() {
-    if (!isEmpty_ && answer_.rows.empty()) return {};
     sortRows(order_, &answer_.rows);
     return take();
   }
@@ -188,11 +177,9 @@ class LogView {
 
   // Headings stand above the first rows only.
   std::string take() {
-    const std::vector<int> asked = answer_.columns;
-    if (asked.empty()) answer_.columns = defaultColumns();
+    answer_.columns = columns_.empty() ? defaultColumns() : columns_;
     std::string text = render(answer_, arguments_);
     answer_.rows.clear();
-    answer_.columns = asked;
     arguments_.noHeadings = true;
     held_ = 0;
     return text;
@@ -210,9 +197,9 @@ class LogView {
   const bool showsAtOnce_;
   const RowTest wanted_;
   const RowOrder order_;
+  const std::vector<int> columns_;  // that are asked for; empty for none
   Answer answer_;
   std::size_t held_ = 0;
-  bool isEmpty_ = true;  // of what has been printed
 };
 
 // Everything that the file holds by now.
@@ -236,15 +223,17 @@ void readLast(Unended unended, EntryCutter* cutter, LogView* view) {
   constexpr timespec kPause = {0, 100000000};
   EntryCutter cutter;
   for (;;) {
-    const bool replaced = file->isOpen() && file->isReplaced();
-    if (file->isOpen()) {
+    if (file->isOpen() || file->open()) {
+      const bool replaced = file->isReplaced();
       readAll(file, &cutter, view);
       readLast(replaced ? Unended::taken : Unended::awaited, &cutter, view);
       view->showWhatCame();
+      if (replaced) {
+        file->close();
+        cutter = {};
+        continue;
+      }
     }
-    if (replaced) file->close();
-    if (!file->isOpen()) cutter = {};
-    if (!file->isOpen() && file->open()) continue;
     (void)nanosleep(&kPause, nullptr);  // a signal makes it shorter
   }
 }
@@ -267,11 +256,7 @@ Exit runLog(Command& command) {
     refuseUnfollowable(arguments);
     follow(&file, &view);
   }
-  if (!file.open()) {
-    Failure failure(Exit::noRegistry, path + ": there is no such log");
-    failure.path = path;
-    throw failure;
-  }
+  if (!file.open()) throw pathFailure(Exit::noRegistry, path, "there is no such log");
   EntryCutter cutter;
   readAll(&file, &cutter, &view);
   readLast(Unended::taken, &cutter, &view);

@@ -16,27 +16,23 @@ namespace {
 
 constexpr std::string_view kBegin = "TS=\"";  // of an entry
 
-// The forms of a record's fields, in the order of its noun's fields.
-enum class Form { text, version, number, boolean, character };
-
 struct RecordShape {
   char letter;
   const char* noun;
-  std::vector<Form> forms;
+  std::vector<Kind> kinds;  // of its noun's fields, in their order
 
-  std::size_t commas() const { return forms.size(); }  // one behind the letter, no last one
+  std::size_t commas() const { return kinds.size(); }  // one behind the letter, no last one
 };
 
 const RecordShape* shapeOf(char letter) {
-  constexpr Form kText = Form::text, kNumber = Form::number, kBoolean = Form::boolean;
+  constexpr Kind kText = Kind::text, kNumber = Kind::number, kBoolean = Kind::boolean;
   static const RecordShape shapes[] = {
       {'I',
        "instance",
-       {kText, Form::version, kText, kText, kText, kBoolean, kBoolean, kText, kText, kText}},
+       {kText, Kind::version, kText, kText, kText, kBoolean, kBoolean, kText, kText, kText}},
       {'S',
        "service",
-       {kText, Form::version, kText, kText, kText, kNumber, kNumber, Form::character, kNumber,
-        kNumber}},
+       {kText, Kind::version, kText, kText, kText, kNumber, kNumber, Kind::byte, kNumber, kNumber}},
       {'V', "variable", {kText, kText, kText, kText}},
   };
   const auto has = [letter](const RecordShape& shape) { return shape.letter == letter; };
@@ -216,10 +212,10 @@ class Ways {
   std::optional<Way> first_;
 };
 
-bool readNumber(std::string_view text, Form form, Value* value) {
+bool readNumber(std::string_view text, Kind kind, Value* value) {
   std::int32_t number = 0;  // printed with a sign, which the fields have none of
   if (!takeNumber(&text, &number) || !text.empty()) return false;
-  if (form == Form::boolean && (number == 0 || number == 1)) {
+  if (kind == Kind::boolean && (number == 0 || number == 1)) {
     *value = number == 1;
   } else {
     *value = std::uint64_t{static_cast<std::uint32_t>(number)};
@@ -234,22 +230,20 @@ bool readVersion(std::string_view text, Value* value) {
   return true;
 }
 
-bool readValue(std::string_view text, Form form, Value* value) {
+bool readValue(std::string_view text, Kind kind, Value* value) {
   if (text.empty()) return true;
-  switch (form) {
-    case Form::text:
+  switch (kind) {
+    case Kind::text:
       *value = std::string(text);
       return true;
-    case Form::version:
+    case Kind::version:
       return readVersion(text, value);
-    case Form::character:
+    case Kind::byte:
       *value = std::uint64_t{static_cast<unsigned char>(text[0])};
       return text.size() == 1;
-    case Form::number:
-    case Form::boolean:
-      break;
+    default:
+      return readNumber(text, kind, value);
   }
-  return readNumber(text, form, value);
 }
 
 // Reads a record whose commas have been counted; an empty text is a record of no known type.
@@ -259,10 +253,10 @@ bool readRecord(std::string_view text, std::optional<LoggedRecord>* record) {
   const RecordShape& shape = *shapeAt(text);
   LoggedRecord found{shape.noun, {}};
   text.remove_prefix(1);
-  for (const Form form : shape.forms) {
+  for (const Kind kind : shape.kinds) {
     text.remove_prefix(1);
     const std::string_view cell = text.substr(0, text.find(','));
-    if (!readValue(cell, form, &found.values.emplace_back())) return false;
+    if (!readValue(cell, kind, &found.values.emplace_back())) return false;
     text.remove_prefix(cell.size());
   }
   *record = std::move(found);

@@ -11,6 +11,8 @@
 #include <string_view>
 #include <utility>
 
+#include "platform/osse/file_handle.h"
+
 namespace cli {
 
 enum class LinkPolicy { followed, refused };
@@ -18,15 +20,12 @@ enum class LinkPolicy { followed, refused };
 class LogFile {
  public:
   LogFile(std::string path, LinkPolicy links) : path_(std::move(path)), links_(links) {}
-  ~LogFile() { close(); }
-  LogFile(const LogFile&) = delete;
-  LogFile& operator=(const LogFile&) = delete;
 
   // Opens the file at its name from its beginning. False when nothing stands there; throws Failure
   // (io) when it cannot be read or is no regular file.
   bool open();
-  void close();
-  bool isOpen() const { return descriptor_ >= 0; }
+  void close() { (void)file_.close(); }  // nothing was written
+  bool isOpen() const { return file_.getFileHandle() >= 0; }
 
   // Whether the name stands for another file by now, or the file has become shorter than what was
   // read of it. Nothing at the name is no other file: the log is being replaced.
@@ -36,13 +35,13 @@ class LogFile {
   std::string_view read();
 
  private:
-  [[noreturn]] void fail(int error) const;
+  [[noreturn]] void fail(OSSStatus code) const;
 
   static constexpr std::size_t kBlock = 64 * 1024;
 
   const std::string path_;
   const LinkPolicy links_;
-  int descriptor_ = -1;
+  OSSHFile file_;
   long long offset_ = 0;
   std::string block_ = std::string(kBlock, '\0');
 };

@@ -55,9 +55,7 @@ PrivateCopy::PrivateCopy(int original, const std::string& name) {
   if (copy >= 0) (void)close(copy);  // what did not reach the disk reads back all the same
   if (error == 0) return;
   removeFolder();
-  Failure failure(Exit::io, fmt::format("{}: {}", name, std::strerror(error)));
-  failure.path = name;
-  throw failure;
+  throw pathFailure(Exit::io, name, std::strerror(error));
 }
 
 PrivateCopy::~PrivateCopy() {

@@ -71,8 +71,8 @@ struct Field {
   const char* name;     // as typed and as in JSON
   const char* heading;  // as in tables
   Kind kind;
-  std::size_t maxBytes;  // of a text, without terminator
-  KeyPart keyPart;
+  std::size_t maxBytes = 0;  // of a text, without terminator
+  KeyPart keyPart = KeyPart::none;
   Presence presence = Presence::optional;
 };
 

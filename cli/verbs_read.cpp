@@ -72,9 +72,9 @@ const char* kindName(vrx::LineKind kind) {
 
 const std::vector<Field>& lineFields() {
   static const std::vector<Field> fields = {
-      {"line", "LINE", Kind::number, 0, KeyPart::none},
-      {"kind", "KIND", Kind::text, 0, KeyPart::none},
-      {"text", "TEXT", Kind::text, 0, KeyPart::none},
+      {"line", "LINE", Kind::number},
+      {"kind", "KIND", Kind::text},
+      {"text", "TEXT", Kind::text},
   };
   return fields;
 }
@@ -181,9 +181,8 @@ Exit runCount(Command& command) {
     count += wanted(row) ? 1 : 0;
     return false;
   });
-  Answer answer =
-      singleValue(answerFor(command, "vrxreg.count/1", Shape::flat, *store),
-                  {"count", "COUNT", Kind::number, 0, KeyPart::none}, std::uint64_t{count});
+  Answer answer = singleValue(answerFor(command, "vrxreg.count/1", Shape::flat, *store),
+                              {"count", "COUNT", Kind::number}, std::uint64_t{count});
   answer.plain = fmt::format("{}\n", count);
   command.output = render(answer, command.arguments);
   return Exit::done;
@@ -197,9 +196,8 @@ Exit runExists(Command& command) {
   const std::vector<Record> records = readNamed(*store, query);
   const std::vector<const Record*> found = query.select(records);
   if (found.size() > 1) throw ambiguous(*command.noun, query.text(), found);
-  Answer answer =
-      singleValue(answerFor(command, "vrxreg.exists/1", Shape::flat, *store),
-                  {"exists", "EXISTS", Kind::boolean, 0, KeyPart::none}, !found.empty());
+  Answer answer = singleValue(answerFor(command, "vrxreg.exists/1", Shape::flat, *store),
+                              {"exists", "EXISTS", Kind::boolean}, !found.empty());
   answer.rows.front().key = found.empty() ? query.text() : found.front()->row.key;
   answer.plain = "";
   command.output = render(answer, command.arguments);

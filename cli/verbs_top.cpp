@@ -14,7 +14,7 @@ namespace cli {
 namespace {
 
 Field textField(const char* name, const char* heading) {
-  return {name, heading, Kind::text, 0, KeyPart::none};
+  return {name, heading, Kind::text};
 }
 
 Answer flatAnswer(const char* schema, std::vector<Field> fields, std::vector<Value> values) {
@@ -127,7 +127,7 @@ Exit runWhere(Command& command) {
   Answer answer = flatAnswer("vrxreg.where/1", {textField("registry", "REGISTRY")}, {path});
   if (arguments.why) {
     answer.fields.push_back(textField("reason", "REASON"));
-    answer.fields.push_back({"exists", "EXISTS", Kind::boolean, 0, KeyPart::none});
+    answer.fields.push_back({"exists", "EXISTS", Kind::boolean});
     answer.columns = allColumns(answer.fields);
     answer.rows.front().values.insert(answer.rows.front().values.end(),
                                       {Value(reason), Value(registryExists(path))});
@@ -139,9 +139,9 @@ Exit runWhere(Command& command) {
 
 Exit runVersion(Command& command) {
   const Version version = versionOf(takeWord(command, "a version (3.1.0.7)"));
-  const std::vector<Field> fields = {{"version", "VERSION", Kind::version, 0, KeyPart::none},
+  const std::vector<Field> fields = {{"version", "VERSION", Kind::version},
                                      textField("code", "CODE"),
-                                     {"level", "LEVEL", Kind::number, 0, KeyPart::none}};
+                                     {"level", "LEVEL", Kind::number}};
   Answer answer = flatAnswer("vrxreg.version/1", fields,
                              {version, fmt::format("0x{:016X}", version.code), levelOf(version)});
   const bool json = command.arguments.form == Form::json || command.arguments.form == Form::ndjson;
@@ -170,7 +170,7 @@ Exit runExplain(Command& command) {
                               textField("meaning", "MEANING"),
                               textField("raised_by", "RAISED_BY"),
                               textField("remedy", "REMEDY"),
-                              {"exit", "EXIT", Kind::number, 0, KeyPart::none}},
+                              {"exit", "EXIT", Kind::number}},
                              {codeText(code), name, meaning, raisedBy, remedy,
                               static_cast<std::uint64_t>(static_cast<int>(exit))});
   answer.plain = explanation(codeText(code), meaning, exit);

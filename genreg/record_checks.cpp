@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Slot tests and size limits, but for what every record of a scan passes: that is in the header.
+// Slot tests and size limits; the check of a record itself is in the header.
 #include "genreg/internal/record_checks.h"
 
 namespace genreg {

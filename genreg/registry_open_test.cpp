@@ -48,6 +48,13 @@ class RegistryOpen : public testing::Test {
 
   void writeRegistry(const std::string& bytes = "old") const { writeFile(files.registry, bytes); }
   void writeCopy() const { writeFile(files.temporary, "copy"); }
+  // A registry of another name, which a link in the registry's place leads to.
+  PlainFiles linkRegistry() const {
+    const PlainFiles real(folder, "real");
+    writeFile(real.registry, "real contents");
+    EXPECT_EQ(symlink("real", files.registry.c_str()), 0);
+    return real;
+  }
 };
 
 // Whether another handle is granted a lock on the file at `path` at once.
@@ -204,9 +211,7 @@ TEST_F(RegistryOpen, DescriptorsAreNotInherited) {
 }
 
 TEST_F(RegistryOpen, LinkedRegistryIsOpenedAtItsRealPath) {
-  const PlainFiles real(folder, "real");
-  writeFile(real.registry, "real contents");
-  ASSERT_EQ(symlink("real", files.registry.c_str()), 0);
+  const PlainFiles real = linkRegistry();
   PlainRegistry registry(files.registry);
   ASSERT_EQ(registry.OpenReg(kGenRegChange), 0u);
   EXPECT_EQ(registry.registryPath, real.registry);
@@ -216,9 +221,7 @@ TEST_F(RegistryOpen, LinkedRegistryIsOpenedAtItsRealPath) {
 }
 
 TEST_F(RegistryOpen, ReaderOfALinkKnowsTheRealPath) {
-  const PlainFiles real(folder, "real");
-  writeFile(real.registry, "real contents");
-  ASSERT_EQ(symlink("real", files.registry.c_str()), 0);
+  const PlainFiles real = linkRegistry();
   PlainRegistry registry(files.registry);
   ASSERT_EQ(registry.OpenReg(kGenRegRead), 0u);
   EXPECT_EQ(registry.registryPath, real.registry);
