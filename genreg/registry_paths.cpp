@@ -19,13 +19,12 @@ namespace {
 // Chains of links longer than this are taken for cycles, as the kernel does.
 constexpr int kMaxLinkHops = 40;
 
-struct RegistryPaths {
-  char registry[kGenRegPathSize];
-  char temporary[kGenRegPathSize];
-  char corrupt[kGenRegPathSize];
-  char lock[kGenRegPathSize];
-  char backup[kGenRegPathSize];
-};
+// What the companions' names have that the registry's has not.
+constexpr std::string_view kTemporary = ".tmp";
+constexpr std::string_view kCorrupt = ".cor";
+constexpr std::string_view kHidden = ".";
+constexpr std::string_view kLock = ".lock";
+constexpr std::string_view kBackup = ".bkp";
 
 // A path split in two. "." stands for no directory.
 struct SplitPath {
@@ -33,40 +32,46 @@ struct SplitPath {
   char base[kGenRegPathSize];
 };
 
-// Joins the parts into a path, which none of them may lie in. False when it would be cut.
+// Joins the parts, which have room in it, into a path. Only the first of them may lie in it.
+void joinFitting(char (&path)[kGenRegPathSize], std::initializer_list<std::string_view> parts) {
+  char* end = path;
+  for (const std::string_view part : parts) {
+    std::memmove(end, part.data(), part.size());
+    end += part.size();
+  }
+  *end = '\0';
+}
+
+// The same for parts that may have none. False when the path would be cut.
 bool join(char (&path)[kGenRegPathSize], std::initializer_list<std::string_view> parts) {
   std::size_t length = 0;
-  for (const std::string_view part : parts) {
-    if (part.size() >= kGenRegPathSize - length) return false;
-    (void)part.copy(path + length, part.size());  // its size again
+  for (const std::string_view part : parts)
     length += part.size();
-  }
-  path[length] = '\0';
+  if (length >= kGenRegPathSize) return false;
+  joinFitting(path, parts);
   return true;
 }
 
-// The companions of a registry: visible ones beside its whole name, hidden ones in its folder,
-// which is given as "dir/" or as nothing, before its base name. False when any name would be cut.
-bool formPaths(RegistryPaths& paths, std::string_view registry, std::string_view folder,
-               std::string_view base) {
-  // Unreached: the corrupt copy's name is as long as the temporary copy's, the backup's is shorter
-  // than the lock's, and the registry's shorter than all.
-  return join(paths.registry, {registry}) && join(paths.temporary, {registry, ".tmp"}) &&
-         join(paths.corrupt, {registry, ".cor"}) &&
-         join(paths.lock, {folder, ".", base, ".lock"}) &&
-         join(paths.backup, {folder, ".", base, ".bkp"});
+// Whether every companion's name fits: the corrupt copy's is as long as the temporary copy's, the
+// backup's shorter than the lock's.
+bool namesFit(std::string_view registry, std::string_view folder, std::string_view base) {
+  return registry.size() + kTemporary.size() < kGenRegPathSize &&
+         folder.size() + kHidden.size() + base.size() + kLock.size() < kGenRegPathSize;
 }
 
-void adoptPath(char (&to)[kGenRegPathSize], const char (&from)[kGenRegPathSize]) {
-  std::memcpy(to, from, std::strlen(from) + 1);
-}
-
-void adoptPaths(GenRegFile& object, const RegistryPaths& paths) {
-  adoptPath(object.registryPath, paths.registry);
-  adoptPath(object.temporaryPath, paths.temporary);
-  adoptPath(object.corruptPath, paths.corrupt);
-  adoptPath(object.lockPath, paths.lock);
-  adoptPath(object.backupPath, paths.backup);
+// Gives the object the paths of a registry: visible companions beside its whole name, hidden ones
+// in its folder, which is given as "dir/" or as nothing, before its base name. False, and nothing
+// has changed, when any name would be cut. The registry's name may lie in a path of the object.
+bool adoptPaths(GenRegFile& object, std::string_view registry, std::string_view folder,
+                std::string_view base) {
+  if (!namesFit(registry, folder, base)) return false;
+  joinFitting(object.registryPath, {registry});
+  const std::string_view own(object.registryPath, registry.size());
+  joinFitting(object.temporaryPath, {own, kTemporary});
+  joinFitting(object.corruptPath, {own, kCorrupt});
+  joinFitting(object.lockPath, {folder, kHidden, base, kLock});
+  joinFitting(object.backupPath, {folder, kHidden, base, kBackup});
+  return true;
 }
 
 // Replaces `path` by the target of the link that it names, a relative one taken from the link's
@@ -140,9 +145,7 @@ GenRegStatus GenRegFile::setRegistryPaths(const char* path) {
   // A bare name keeps bare companions; a directory that merely begins with a dot is a directory.
   std::string_view folder;
   if (std::strcmp(split.directory, ".") != 0) folder = withSlash(split.directory);
-  RegistryPaths paths;
-  if (!formPaths(paths, path, folder, split.base)) return op.fail(5, status::path_too_long);
-  adoptPaths(*this, paths);
+  if (!adoptPaths(*this, path, folder, split.base)) return op.fail(5, status::path_too_long);
   state |= kGenRegStatePathsSet;
   return op.status();
 }
@@ -153,16 +156,15 @@ GenRegStatus GenRegFile::GetAndSetRealRegistryPaths() {
   // it, as it would when a link that could not be read at the locking can be read now.
   if ((state & kGenRegStateLocked) != 0) return op.status();
   char target[kGenRegPathSize];
-  adoptPath(target, registryPath);
+  joinFitting(target, {registryPath});
   if (!followLinks(target)) return op.status();
 
   SplitPath split;
   if (!splitPath(target, split)) return op.status();
   const std::string_view folder = withSlash(split.directory);
   char registry[kGenRegPathSize];
-  RegistryPaths paths;
-  if (join(registry, {folder, split.base}) && formPaths(paths, registry, folder, split.base)) {
-    adoptPaths(*this, paths);
+  if (join(registry, {folder, split.base})) {
+    (void)adoptPaths(*this, registry, folder, split.base);  // what does not fit changes nothing
   }
   return op.status();
 }
