@@ -112,7 +112,9 @@ class Scene:
         """The steps of the update, in their order."""
         if self.refused and not self.exists:
             return [] if self.has_lock or self.place == NO_FOLDER else [("create", self.lock)]
-        steps = [("create", "a"), ("create", "a/b")] if self.makes_folder else []
+        steps = []
+        if self.makes_folder:
+            steps = [("create", "a"), ("flush", ""), ("create", "a/b"), ("flush", "a")]
         if not self.has_lock:
             steps.append(("create", self.lock))
         if not self.exists:

@@ -39,6 +39,8 @@ def short_work(subject):
     """(scene, models, grain) triples."""
     work = [(protocol.Scene(subject, verb, 5), (power.ORDERED,), power.COARSE) for verb in subjects.VERBS]
     work.append((protocol.Scene(subject, "change", 5, LEFTOVERS), (power.ORDERED, power.TORN), power.COARSE))
+    folder = protocol.Scene(subject, "add", protocol.ABSENT, place=protocol.NO_FOLDER)
+    work.append((folder, (power.ORDERED, power.REORDERED), power.COARSE))
     return [*work, (protocol.Scene(subject, "add", protocol.ABSENT), (power.ORDERED,), power.COARSE)]
 
 
