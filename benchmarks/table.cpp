@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 // Laying the medians out.
 #include <algorithm>
-#include <cstdarg>
 
+#include "benchmarks/formatted.h"
 #include "benchmarks/growth.h"
 #include "benchmarks/reports.h"
 
@@ -13,15 +13,6 @@ constexpr int kCellWidth = 24;
 constexpr double kLargeRatio = 100;  // from here on without decimals
 constexpr double kMicro = 1e-6;
 constexpr double kMilli = 1e-3;
-
-__attribute__((format(printf, 1, 2))) std::string formatted(const char* format, ...) {
-  char text[160];
-  va_list arguments;
-  va_start(arguments, format);
-  std::vsnprintf(text, sizeof text, format, arguments);
-  va_end(arguments);
-  return text;
-}
 
 std::string timeText(double seconds) {
   if (seconds < kMilli) return formatted("%.1f us", seconds / kMicro);

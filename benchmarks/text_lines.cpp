@@ -2,23 +2,13 @@
 // Writing the lines.
 #include "benchmarks/text_lines.h"
 
-#include <cstdarg>
-#include <cstdio>
+#include "benchmarks/formatted.h"
 
 namespace vrxbench {
 namespace {
 
 constexpr unsigned kLowestPort = 20000;  // five digits, and never one that the layout widens
 constexpr unsigned kPorts = 20000;
-
-__attribute__((format(printf, 1, 2))) std::string formatted(const char* format, ...) {
-  char text[128];
-  va_list arguments;
-  va_start(arguments, format);
-  std::vsnprintf(text, sizeof text, format, arguments);
-  va_end(arguments);
-  return text;
-}
 
 }  // namespace
 

@@ -2,8 +2,6 @@
 // Filling and growing the block.
 #include "genreg/internal/block_cursor.h"
 
-#include <unistd.h>
-
 #include <algorithm>
 #include <cstring>
 #include <limits>
@@ -102,13 +100,7 @@ bool BlockCursor::reserve(std::size_t count) {
 std::size_t BlockCursor::read(void* to, std::size_t count) {
   if (stream_ != nullptr) return std::fread(to, 1, count, stream_);
   std::size_t got = 0;
-  while (got < count) {
-    unsigned char* const end = static_cast<unsigned char*>(to) + got;
-    const ssize_t step =
-        oss::repeatInterrupted([&] { return ::read(descriptor_, end, count - got); });
-    if (step <= 0) break;
-    got += static_cast<std::size_t>(step);
-  }
+  (void)oss::readFully(descriptor_, to, count, &got);  // what is missing tells the caller
   return got;
 }
 

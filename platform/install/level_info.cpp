@@ -2,8 +2,6 @@
 // Reading and checking the level file. Its format stands in the header.
 #include "platform/install/level_info.h"
 
-#include <unistd.h>
-
 #include <cerrno>
 #include <cstddef>
 #include <cstdint>
@@ -187,26 +185,12 @@ OSSStatus openLevelFile(OSSHFile* file) {
   return rc == status::not_a_regular_file ? status::level_file_malformed : rc;
 }
 
-// Reads until `size` bytes or the end of the file; *got receives how many.
-OSSStatus readAll(int descriptor, char* buffer, std::size_t size, std::size_t* got) {
-  std::size_t total = 0;
-  while (total < size) {
-    const ssize_t n =
-        oss::repeatInterrupted([&] { return read(descriptor, buffer + total, size - total); });
-    if (n < 0) return ossErrorMapSystem(errno);
-    if (n == 0) break;
-    total += static_cast<std::size_t>(n);
-  }
-  *got = total;
-  return status::ok;
-}
-
 }  // namespace
 
 OSSStatus sqleGetLevelInfo(unsigned int structureVersion, sqleLevelInfo* info) {
   if (structureVersion != kSqleLevelInfoVersion || info == nullptr) return status::invalid_argument;
   OSSHFile file;
-  OSSStatus rc = openLevelFile(&file);
+  const OSSStatus rc = openLevelFile(&file);
   if (rc != status::ok) return rc;
 
   // One byte more than the limit, to see whether there is more.
@@ -214,8 +198,7 @@ OSSStatus sqleGetLevelInfo(unsigned int structureVersion, sqleLevelInfo* info) {
   const std::unique_ptr<char[]> bytes(new (std::nothrow) char[kRoom]);
   if (bytes == nullptr) return status::no_memory;
   std::size_t size = 0;
-  rc = readAll(file.getFileHandle(), bytes.get(), kRoom, &size);
-  if (rc != status::ok) return rc;
+  if (!readFully(file.getFileHandle(), bytes.get(), kRoom, &size)) return ossErrorMapSystem(errno);
 
   Parser parser;
   const bool sound = size <= kMaxFileSize && parser.parse({bytes.get(), bytes.get() + size});

@@ -2,7 +2,10 @@
 // System calls that signals interrupt.
 #pragma once
 
+#include <unistd.h>
+
 #include <cerrno>
+#include <cstddef>
 
 namespace oss {
 
@@ -18,6 +21,19 @@ auto repeatInterrupted(const Call& call) {
     const auto result = call();
     if (result != -1 || errno != EINTR || interruptions == kMostInterruptions) return result;
   }
+}
+
+// Reads `size` bytes of a file, or as many as there are before its end. *got tells how many. False
+// after an error, with errno set; those before it have been read.
+inline bool readFully(int descriptor, void* to, std::size_t size, std::size_t* got) {
+  for (*got = 0; *got < size;) {
+    char* const end = static_cast<char*>(to) + *got;
+    const ssize_t count = repeatInterrupted([&] { return read(descriptor, end, size - *got); });
+    if (count < 0) return false;
+    if (count == 0) break;
+    *got += static_cast<std::size_t>(count);
+  }
+  return true;
 }
 
 }  // namespace oss
