@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Formatted texts.
+// Texts made as printf makes them.
 #pragma once
 
 #include <cstdarg>
@@ -8,7 +8,7 @@
 
 namespace vrxbench {
 
-// As printf; up to 159 bytes.
+// Cut behind 159 bytes.
 __attribute__((format(printf, 1, 2))) inline std::string formatted(const char* format, ...) {
   char text[160];
   va_list arguments;

@@ -48,6 +48,8 @@ void openRegistry(Operation& op, GenRegFile& registry, unsigned mode) {
   if (op.failed()) return;
   const StreamRequest request = requestFor(registry, mode, missing);
   openRegistryStream(op, registry, request);
+  const bool first = mode == kGenRegAdd && registry.registrySize == 0;
+  if (first && !op.failed()) syncNamesAbove(op, registry.registryPath);
   if (op.failed() || request.access == kOssAccessAppend) return;
   seekFirstRecord(op, registry, HeaderCheck::kCompare);
 }

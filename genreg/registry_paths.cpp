@@ -42,7 +42,7 @@ void joinFitting(char (&path)[kGenRegPathSize], std::initializer_list<std::strin
   *end = '\0';
 }
 
-// The same for parts that may have none. False when the path would be cut.
+// The same for parts that may not fit. False when the path would be cut.
 bool join(char (&path)[kGenRegPathSize], std::initializer_list<std::string_view> parts) {
   std::size_t length = 0;
   for (const std::string_view part : parts)
@@ -143,7 +143,7 @@ GenRegStatus GenRegFile::setRegistryPaths(const char* path) {
   if (rc != status::ok) return op.fail(4, status::no_directory_name, rc);
 
   // A bare name keeps bare companions; a directory that merely begins with a dot is a directory.
-  std::string_view folder;
+  std::string_view folder = "";  // nothing may be copied from a null pointer, not even nothing
   if (std::strcmp(split.directory, ".") != 0) folder = withSlash(split.directory);
   if (!adoptPaths(*this, path, folder, split.base)) return op.fail(5, status::path_too_long);
   state |= kGenRegStatePathsSet;
@@ -187,17 +187,4 @@ GenRegStatus GenRegFile::getRegistryLockPath(char* buffer, unsigned long size) {
 
 GenRegStatus GenRegFile::getRegistryCorruptTmpPath(char* buffer, unsigned long size) {
   return copyPath(kGenRegFileGetRegistryCorruptTmpPath, corruptPath, buffer, size);
-}
-
-void genreg::ensureDirectoryOf(Operation& op, const char* path) {
-  constexpr unsigned kDirectoryMode = 0755;
-  char directory[kGenRegPathSize];
-  GenRegStatus rc = ossDirectoryName(path, directory, sizeof directory);
-  if (rc != status::ok) {
-    op.fail(90, rc);
-    return;
-  }
-  if (ossIsDirectory(directory)) return;
-  rc = ossDirectoryCreate(directory, kDirectoryMode);
-  if (rc != status::ok) op.fail(91, status::directory_not_created, rc);
 }

@@ -180,6 +180,18 @@ TEST(RegistryPaths, RefusedSecondSetUpKeepsTheFirst) {
   EXPECT_NE(registry.state & kGenRegStatePathsSet, 0u);
 }
 
+TEST(RegistryPaths, GivenPathMayLieInTheObjectItself) {
+  PlainRegistry registry("/var/reg/services");
+  EXPECT_EQ(registry.setRegistryPaths(registry.registryPath), 0u);
+  EXPECT_EQ(pathsOf(registry), besideFile("/var/reg", "services"));
+  EXPECT_EQ(registry.setRegistryPaths(registry.registryPath + std::strlen("/var")), 0u);
+  EXPECT_EQ(pathsOf(registry), besideFile("/reg", "services"));
+  EXPECT_EQ(registry.setRegistryPaths(registry.temporaryPath), 0u);
+  EXPECT_EQ(pathsOf(registry), besideFile("/reg", "services.tmp"));
+  EXPECT_EQ(registry.setRegistryPaths(registry.backupPath), 0u);
+  EXPECT_EQ(pathsOf(registry), besideFile("/reg", ".services.tmp.bkp"));
+}
+
 // The getters, with the paths that they give for "/var/reg/services".
 using Getter = GenRegStatus (GenRegFile::*)(char*, unsigned long);
 struct GetterCase {

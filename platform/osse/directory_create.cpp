@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Making a folder with its parents, durably.
+// Making a folder with its parents.
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -9,7 +9,6 @@
 #include <cstring>
 
 #include "platform/osse/errors.h"
-#include "platform/osse/files.h"
 #include "platform/osse/paths.h"
 
 namespace {
@@ -51,23 +50,9 @@ OSSStatus setPermissions(const char* path, unsigned int permissions) {
   return rc;
 }
 
-// Puts the name of a folder just made on disk, without which all that is put into it would be lost.
-// A parent whose names may be changed but not read cannot be opened for that.
-OSSStatus syncName(const char* path) {
-  char parent[PATH_MAX];
-  OSSStatus rc = ossDirectoryName(path, parent, sizeof parent);
-  if (rc == status::ok) rc = ossDirectorySync(parent);
-  return rc == ossErrorMapSystem(EACCES) ? OSSStatus{status::ok} : rc;
-}
-
-OSSStatus finish(const char* path, unsigned int permissions) {
-  const OSSStatus rc = setPermissions(path, permissions);
-  return rc == status::ok ? syncName(path) : rc;
-}
-
 OSSStatus createOne(const char* path, unsigned int permissions) {
   if (ossIsDirectory(path)) return status::ok;
-  if (mkdir(path, static_cast<mode_t>(permissions)) == 0) return finish(path, permissions);
+  if (mkdir(path, static_cast<mode_t>(permissions)) == 0) return setPermissions(path, permissions);
   const int error = errno;
   if (error != EEXIST && error != ENOTDIR) return ossErrorMapSystem(error);
   return ossIsDirectory(path) ? status::ok : status::not_a_directory;

@@ -11,7 +11,6 @@
 #include <vector>
 
 #include "platform/osse/errors.h"
-#include "platform/osse/files.h"
 #include "platform/osse/paths.h"
 #include "tests/support/faults.h"
 #include "tests/support/temp_dir.h"
@@ -134,7 +133,7 @@ TEST(OssDirectoryCreate, EachSystemErrorIsPassedOn) {
   const TempDir dir;
   const Umask changed(077);
   const int before = vrxtest::openDescriptorCount();
-  for (const Call call : {Call::kMkdir, Call::kOpen, Call::kFstat, Call::kFchmod, Call::kFsync}) {
+  for (const Call call : {Call::kMkdir, Call::kOpen, Call::kFstat, Call::kFchmod}) {
     const FailCall fault(call, 1, EIO);
     const std::string path = dir.file(std::to_string(static_cast<int>(call)));
     EXPECT_EQ(ossDirectoryCreate(path.c_str(), 0755), ossErrorMapSystem(EIO));
@@ -230,47 +229,6 @@ TEST(OssDirectoryCreate, ParentThatTurnsIntoAFileIsNoDirectory) {
   });
   EXPECT_EQ(ossDirectoryCreate((parent + "/b").c_str(), 0755), status::not_a_directory);
   EXPECT_TRUE(swap.fired());
-}
-
-TEST(OssDirectoryCreate, NamesOfTheFoldersItMadeAreSyncedAndNoOthers) {
-  const TempDir dir;
-  const FailCall never(Call::kFsync, 100, EIO);
-  ASSERT_EQ(ossDirectoryCreate(dir.file("a/b/c").c_str(), 0755), status::ok);
-  EXPECT_EQ(never.calls(), 3);
-  ASSERT_EQ(ossDirectoryCreate(dir.file("a/b/c").c_str(), 0755), status::ok);
-  EXPECT_EQ(never.calls(), 3);
-  ASSERT_EQ(ossDirectoryCreate(dir.file("a/b/d").c_str(), 0755), status::ok);
-  EXPECT_EQ(never.calls(), 4);
-}
-
-TEST(OssDirectoryCreate, ItIsTheParentThatIsSynced) {
-  const TempDir dir;
-  const std::string made = dir.file("a");
-  const BeforeCall syncing(Call::kOpen, 2, [&] { ASSERT_EQ(rmdir(made.c_str()), 0); });
-  EXPECT_EQ(ossDirectoryCreate(made.c_str(), 0755), status::ok);
-  EXPECT_TRUE(syncing.fired());
-}
-
-TEST(OssDirectoryCreate, PolicyNoneSyncsNoNames) {
-  const TempDir dir;
-  const FailCall never(Call::kFsync, 100, EIO);
-  ossSetSyncPolicy(OSSSyncPolicy::none);
-  EXPECT_EQ(ossDirectoryCreate(dir.file("a/b").c_str(), 0755), status::ok);
-  ossSetSyncPolicy(OSSSyncPolicy::standard);
-  EXPECT_EQ(never.calls(), 0);
-}
-
-TEST(OssDirectoryCreate, NameInAFolderThatMayNotBeReadStaysUnsynced) {
-  if (geteuid() != 0) GTEST_SKIP() << "giving up privileges needs privileges";
-  const TempDir dir;
-  ASSERT_EQ(chmod(dir.path().c_str(), 0733), 0);
-  const std::string made = dir.file("made");
-  const int result = osstest::inChild([&] {
-    if (setgid(65534) != 0 || setuid(65534) != 0) return 2;
-    return ossDirectoryCreate(made.c_str(), 0755) == status::ok ? 0 : 1;
-  });
-  EXPECT_EQ(result, 0);
-  EXPECT_EQ(modeOf(made), 0755);
 }
 
 }  // namespace

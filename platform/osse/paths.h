@@ -27,8 +27,7 @@
 // Creates a directory, and its parents as far as they are missing. An existing directory is success
 // and is left as it is, also when another process creates it at the same moment. The directories
 // created here get exactly `permissions` (octal 0 to 07777) whatever the umask, and keep the
-// set-group-id bit that they inherit; their names are synced, as the sync policy has it (files.h),
-// where their parents may be read. Directories created before a failure stay.
+// set-group-id bit that they inherit. Directories created before a failure stay.
 // not_a_directory: a component is something else, or a dangling link. invalid_argument: null or
 // empty path, or other permissions. buffer_too_small: a path above the system's limit.
 [[nodiscard]] VRXOSSE_API OSSStatus ossDirectoryCreate(const char* path, unsigned int permissions);

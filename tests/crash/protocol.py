@@ -60,6 +60,10 @@ class Scene:
     def folder(self):
         return {NO_FOLDER: "a/b/", LINKED: "real/"}.get(self.place, "")
 
+    def folders_above(self):
+        """The folders in which the names stand that lead to the registry's folder."""
+        return {NO_FOLDER: ["a", ""], LINKED: [""]}.get(self.place, [])
+
     @property
     def registry(self):
         """Where the contents are."""
@@ -112,13 +116,13 @@ class Scene:
         """The steps of the update, in their order."""
         if self.refused and not self.exists:
             return [] if self.has_lock or self.place == NO_FOLDER else [("create", self.lock)]
-        steps = []
-        if self.makes_folder:
-            steps = [("create", "a"), ("flush", ""), ("create", "a/b"), ("flush", "a")]
+        steps = [("create", "a"), ("create", "a/b")] if self.makes_folder else []
         if not self.has_lock:
             steps.append(("create", self.lock))
         if not self.exists:
             steps.append(("create", self.registry))
+        if self.verb == "add" and not self.old:
+            steps += [("flush", name) for name in self.folders_above()]
         if "cor" in self.leftovers:
             steps.append(("remove", self.corrupt))
         if "tmp" in self.leftovers:

@@ -10,6 +10,7 @@ step left out. Not here: how mutants are built and tried (scripts/mutants.py), t
 LOCK = "genreg/registry_lock.cpp"
 FILES = "genreg/internal/registry_files.h"
 OPEN = "genreg/registry_open.cpp"
+FOLDER = "genreg/registry_folder.cpp"
 STREAM = "genreg/registry_stream.cpp"
 CLOSE = "genreg/registry_close.cpp"
 
@@ -43,7 +44,32 @@ MUTANTS = {
     FILES: [
         ("readers do not look where a link leads", "  request.options |= kOssOpenNoFollow;\n", ""),
     ],
+    FOLDER: [
+        ("the directory is made with other permissions", "kDirectoryMode = 0755", "kDirectoryMode = 0700"),
+        ("a directory that cannot be made is passed over",
+         "if (rc != status::ok) op.fail(91, status::directory_not_created, rc);", ""),
+        ("the folder is synced and not its name",
+         "&& climb(folder, own.st_dev))\n    rc = syncReadable(folder);",
+         "&& (rc = syncReadable(folder), climb(folder, own.st_dev)))\n    ;"),
+        ("the nearest name alone is synced",
+         "  while (rc == status::ok && climb", "  if (rc == status::ok && climb"),
+        ("other file systems are synced, too", " && above.st_dev == device", ""),
+        ("the way up follows the names as given",
+         "realpath(named, folder) != nullptr", "std::strcpy(folder, named) != nullptr"),
+        ("a failed sync above is passed over", "return readable ? rc : GenRegStatus{status::ok};",
+         "return status::ok;"),
+        ("a folder that may not be read fails the update", "return readable ? rc : GenRegStatus{status::ok};",
+         "return rc;"),
+        ("no failure above is reported", "if (rc != status::ok) op.fail(92, status::registry_not_opened, rc);", ""),
+    ],
     OPEN: [
+        ("the names above are not synced",
+         "  if (first && !op.failed()) syncNamesAbove(op, registry.registryPath);\n", ""),
+        ("the names above are synced for every record",
+         "const bool first = mode == kGenRegAdd && registry.registrySize == 0;",
+         "const bool first = mode == kGenRegAdd;"),
+        ("the names above are synced for a missing registry only",
+         "const bool first = mode == kGenRegAdd && registry.registrySize == 0;", "const bool first = missing;"),
         ("updates follow a link in the registry's place", "  request.options |= kOssOpenNoFollow;\n", ""),
         ("adding follows a link in the registry's place",
          "request.options = kOssOpenOrCreate | kOssOpenNoFollow;", "request.options = kOssOpenOrCreate;"),

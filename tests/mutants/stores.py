@@ -14,7 +14,6 @@ TEXT_VERIFY = "genreg/text/text_verify.cpp"
 SYNC = "platform/osse/sync.cpp"
 FILES = "platform/osse/files.cpp"
 FILE_LOCK = "platform/osse/file_lock.cpp"
-FOLDERS = "platform/osse/directory_create.cpp"
 INTERRUPTIONS = "platform/osse/interruptions.h"
 HANDLE = "platform/osse/file_handle.cpp"
 
@@ -150,16 +149,6 @@ MUTANTS = {
         ("a failed delete succeeds", "return resultOf(unlink(path));", "return resultOf(unlink(path) * 0);"),
         ("any file of the disk has the name", " && held.st_ino == named.st_ino", ""),
         ("a link to the lock file has its name", "lstat(path, &named)", "stat(path, &named)"),
-    ],
-    FOLDERS: [
-        ("the name of a folder just made is not synced",
-         "return rc == status::ok ? syncName(path) : rc;", "return rc;"),
-        ("the folder is synced and not its name",
-         "if (rc == status::ok) rc = ossDirectorySync(parent);", "if (rc == status::ok) rc = ossDirectorySync(path);"),
-        ("a failed sync of a folder's name is passed over",
-         "return rc == ossErrorMapSystem(EACCES) ? OSSStatus{status::ok} : rc;", "return status::ok;"),
-        ("a parent that may not be read is a failure",
-         "return rc == ossErrorMapSystem(EACCES) ? OSSStatus{status::ok} : rc;", "return rc;"),
     ],
     FILE_LOCK: [
         ("locks are the process's", "kTryLock = F_OFD_SETLK;", "kTryLock = F_SETLK;"),
