@@ -26,20 +26,25 @@ GenRegStatus findRealFolder(const char* path, char (&folder)[PATH_MAX]) {
   return realpath(named, folder) != nullptr ? GenRegStatus{status::ok} : ossErrorMapSystem(errno);
 }
 
-// Makes `folder` the one above it, as long as that is on the file system `device`: where a file
-// system is mounted, the name was there before.
-bool climb(char (&folder)[PATH_MAX], dev_t device) {
-  if (std::strcmp(folder, "/") == 0) return false;
-  struct stat above {};
-  return ossDirectoryName(folder, folder, sizeof folder) == status::ok &&
-         stat(folder, &above) == 0 && above.st_dev == device;
+GenRegStatus findDevice(const char* folder, dev_t* device) {
+  struct stat info {};
+  if (stat(folder, &info) != 0) return ossErrorMapSystem(errno);
+  *device = info.st_dev;
+  return status::ok;
 }
 
-// A folder that this process may pass through and not read cannot be opened to be synced.
-GenRegStatus syncReadable(const char* folder) {
-  const GenRegStatus rc = ossDirectorySync(folder);
-  const bool readable = rc != ossErrorMapSystem(EACCES) && rc != ossErrorMapSystem(EPERM);
-  return readable ? rc : GenRegStatus{status::ok};
+// Whether a folder was refused that this process may pass through, and not read or look at.
+bool isForbidden(GenRegStatus rc) {
+  return rc == ossErrorMapSystem(EACCES) || rc == ossErrorMapSystem(EPERM);
+}
+
+// Syncs the names in `folder`, if it is on this file system: where one is mounted, the names above
+// were there before.
+GenRegStatus syncOn(dev_t device, const char* folder) {
+  dev_t own = 0;
+  GenRegStatus rc = findDevice(folder, &own);
+  if (rc == status::ok && own == device) rc = ossDirectorySync(folder);
+  return isForbidden(rc) ? GenRegStatus{status::ok} : rc;
 }
 
 }  // namespace
@@ -60,10 +65,13 @@ void genreg::ensureDirectoryOf(Operation& op, const char* path) {
 void genreg::syncNamesAbove(Operation& op, const char* path) {
   if (ossGetSyncPolicy() == OSSSyncPolicy::none) return;
   char folder[PATH_MAX];
-  struct stat own {};
+  dev_t device = 0;
   GenRegStatus rc = findRealFolder(path, folder);
-  if (rc == status::ok && stat(folder, &own) != 0) rc = ossErrorMapSystem(errno);
-  while (rc == status::ok && climb(folder, own.st_dev))
-    rc = syncReadable(folder);
+  if (rc == status::ok) rc = findDevice(folder, &device);
+  if (isForbidden(rc)) return;  // a relative path from a place whose own path is closed
+  while (rc == status::ok && std::strcmp(folder, "/") != 0) {
+    rc = ossDirectoryName(folder, folder, sizeof folder);
+    if (rc == status::ok) rc = syncOn(device, folder);
+  }
   if (rc != status::ok) op.fail(92, status::registry_not_opened, rc);
 }
