@@ -182,7 +182,7 @@ class VRXGENREG_API GenRegFile : public GenRegBase {
   // failure, streams opened by the call stay open until CloseReg or the destructor.
   // 0x9000025B a scan is open; 0x90000512 directory cannot be created (mode 4); 0x90000513 no such
   // file (other modes); 0x900001BF, 0x90000272 registry cannot be opened, locked (0x900001BF in
-  // mode 4 also: the names of the directories above an empty registry cannot be synced);
+  // mode 4 also: the directories that lead to an empty registry cannot be synced);
   // 0x900001EB, 0x900001CD, 0x900005A5, 0x900005A4 checksum header; 0x90000225, 0x90000224
   // leftovers cannot be set aside; 0x90000256, 0x900001C0, 0x90000257 temporary copy; 0x9000000C no
   // such mode.

@@ -1,11 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
 // The folder that a registry stands in: made when it is missing, and put on disk with the names
-// that lead to it before it holds anything.
+// that lead to it before the registry holds anything.
 #include <sys/stat.h>
 
 #include <cerrno>
 #include <climits>
-#include <cstdlib>
 #include <cstring>
 
 #include "genreg/internal/operation.h"
@@ -18,32 +17,53 @@ using namespace genreg;
 
 namespace {
 
-// The folder of `path` by its own name, without links on the way.
-GenRegStatus findRealFolder(const char* path, char (&folder)[PATH_MAX]) {
-  char named[kGenRegPathSize];
-  const GenRegStatus rc = ossDirectoryName(path, named, sizeof named);
+// A folder, and then the one above it, and so on: by "..", which leads to where the folder really
+// is, whatever links and closed folders the path goes through.
+class FolderClimb {
+ public:
+  GenRegStatus begin(const char* path);
+  // Goes to the folder above. False when there is none on the file system: what one is mounted on
+  // was there before.
+  bool up(GenRegStatus* rc);
+  const char* folder() const { return folder_; }
+
+ private:
+  char folder_[PATH_MAX];
+  struct stat info_ {};
+};
+
+GenRegStatus FolderClimb::begin(const char* path) {
+  const GenRegStatus rc = ossDirectoryName(path, folder_, sizeof folder_);
   if (rc != status::ok) return rc;
-  return realpath(named, folder) != nullptr ? GenRegStatus{status::ok} : ossErrorMapSystem(errno);
+  return stat(folder_, &info_) == 0 ? GenRegStatus{status::ok} : ossErrorMapSystem(errno);
 }
 
-GenRegStatus findDevice(const char* folder, dev_t* device) {
-  struct stat info {};
-  if (stat(folder, &info) != 0) return ossErrorMapSystem(errno);
-  *device = info.st_dev;
-  return status::ok;
+bool FolderClimb::up(GenRegStatus* rc) {
+  constexpr char kUp[] = "/..";
+  const std::size_t length = std::strlen(folder_);
+  if (length + sizeof kUp > sizeof folder_) return false;  // a thousand folders are enough
+  std::memcpy(folder_ + length, kUp, sizeof kUp);
+  const struct stat below = info_;
+  if (stat(folder_, &info_) != 0) {
+    *rc = ossErrorMapSystem(errno);
+    return false;
+  }
+  return info_.st_dev == below.st_dev && info_.st_ino != below.st_ino;
 }
 
-// Whether a folder was refused that this process may pass through, and not read or look at.
+// Whether a folder was refused that this process may be in, and not read or pass through.
 bool isForbidden(GenRegStatus rc) {
   return rc == ossErrorMapSystem(EACCES) || rc == ossErrorMapSystem(EPERM);
 }
 
-// Syncs the names in `folder`, if it is on this file system: where one is mounted, the names above
-// were there before.
-GenRegStatus syncOn(dev_t device, const char* folder) {
-  dev_t own = 0;
-  GenRegStatus rc = findDevice(folder, &own);
-  if (rc == status::ok && own == device) rc = ossDirectorySync(folder);
+GenRegStatus syncUpwards(const char* path) {
+  FolderClimb climb;
+  GenRegStatus rc = climb.begin(path);
+  if (rc != status::ok) return rc;
+  do {
+    const GenRegStatus synced = ossDirectorySync(climb.folder());
+    if (synced != status::ok && !isForbidden(synced)) return synced;
+  } while (climb.up(&rc));
   return isForbidden(rc) ? GenRegStatus{status::ok} : rc;
 }
 
@@ -64,14 +84,6 @@ void genreg::ensureDirectoryOf(Operation& op, const char* path) {
 
 void genreg::syncNamesAbove(Operation& op, const char* path) {
   if (ossGetSyncPolicy() == OSSSyncPolicy::none) return;
-  char folder[PATH_MAX];
-  dev_t device = 0;
-  GenRegStatus rc = findRealFolder(path, folder);
-  if (rc == status::ok) rc = findDevice(folder, &device);
-  if (isForbidden(rc)) return;  // a relative path from a place whose own path is closed
-  while (rc == status::ok && std::strcmp(folder, "/") != 0) {
-    rc = ossDirectoryName(folder, folder, sizeof folder);
-    if (rc == status::ok) rc = syncOn(device, folder);
-  }
+  const GenRegStatus rc = syncUpwards(path);
   if (rc != status::ok) op.fail(92, status::registry_not_opened, rc);
 }

@@ -5,9 +5,11 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
-#include <cstdlib>
 #include <filesystem>
+#include <iterator>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -36,6 +38,9 @@ using vrxtest::Umask;
 
 namespace fs = std::filesystem;
 
+// A child's result where the test's folder cannot be come to.
+constexpr int kOutOfReach = 77;
+
 // Of every update: the copy, and the folder.
 constexpr int kSyncsOfAnUpdate = 2;
 
@@ -50,27 +55,27 @@ GenRegStatus addTo(const std::string& path, const char* name) {
 }
 
 // The folders that this process has open.
-std::vector<std::string> openFolders() {
-  std::vector<std::string> folders;
+std::multiset<std::string> openFolders() {
+  std::multiset<std::string> folders;
   for (const fs::directory_entry& entry : fs::directory_iterator("/proc/self/fd")) {
     std::error_code ignored;  // the descriptor of this very loop is among them
     const fs::path target = fs::read_symlink(entry.path(), ignored);
     if (target.string().rfind("/proc/", 0) != 0 && fs::is_directory(target, ignored))
-      folders.push_back(target);
+      folders.insert(target);
   }
   return folders;
 }
 
-// The folders above `folder` on its file system, the nearest first.
-std::vector<std::string> foldersAbove(const std::string& folder) {
+// This folder and those above it on its file system that may be read, the nearest first.
+std::vector<std::string> foldersUpwards(const std::string& folder) {
   struct stat own {};
   struct stat above {};
   EXPECT_EQ(stat(folder.c_str(), &own), 0);
   std::vector<std::string> found;
-  for (fs::path path = folder; path != path.root_path();) {
-    path = path.parent_path();
-    if (stat(path.c_str(), &above) != 0 || above.st_dev != own.st_dev) break;
-    found.push_back(path);
+  for (fs::path path = folder; stat(path.c_str(), &above) == 0 && above.st_dev == own.st_dev;
+       path = path.parent_path()) {
+    if (access(path.c_str(), R_OK) == 0) found.push_back(path);
+    if (path == path.root_path()) break;
   }
   return found;
 }
@@ -79,14 +84,22 @@ class RegistryFolder : public testing::Test {
  protected:
   // The folders that an Add to this registry syncs, in their order.
   static std::vector<std::string> syncedByAdd(const std::string& registry, const char* name) {
+    const std::multiset<std::string> before = openFolders();
     std::vector<std::string> synced;
     const auto note = [&] {
-      for (const std::string& folder : openFolders())
-        synced.push_back(folder);
+      const std::multiset<std::string> now = openFolders();
+      std::set_difference(now.begin(), now.end(), before.begin(), before.end(),
+                          std::back_inserter(synced));
     };
     const BeforeCall look(Call::kFsync, 1, note, Extent::kFromThenOn);
     EXPECT_EQ(addTo(registry, name), 0u);
     return synced;
+  }
+  // Those of a first record: the update's own comes last.
+  static std::vector<std::string> expectedOf(const std::string& folder) {
+    std::vector<std::string> expected = foldersUpwards(folder);
+    expected.push_back(folder);
+    return expected;
   }
 
   const LeakCheck leaks;
@@ -95,11 +108,12 @@ class RegistryFolder : public testing::Test {
   const std::string top = fs::canonical(dir.path());
 };
 
-TEST_F(RegistryFolder, FirstRecordHasTheNamesOfAllFoldersAboveOnDisk) {
-  std::vector<std::string> expected = foldersAbove(top);
-  expected.insert(expected.begin(), {top + "/a", top});
-  expected.push_back(top + "/a/b");  // the update's own
-  EXPECT_EQ(syncedByAdd(dir.file("a/b/reg"), "first"), expected);
+TEST_F(RegistryFolder, FirstRecordHasEveryNameThatLeadsToItOnDisk) {
+  const std::vector<std::string> synced = syncedByAdd(dir.file("a/b/reg"), "first");
+  EXPECT_EQ(synced, expectedOf(top + "/a/b"));
+  ASSERT_GE(synced.size(), 3u);
+  EXPECT_EQ(synced[1], top + "/a");
+  EXPECT_EQ(synced[2], top);
 }
 
 TEST_F(RegistryFolder, LaterRecordsSyncTheFolderOnly) {
@@ -109,10 +123,7 @@ TEST_F(RegistryFolder, LaterRecordsSyncTheFolderOnly) {
 
 TEST_F(RegistryFolder, FoldersThatStoodThereAreSyncedForTheFirstRecordToo) {
   ASSERT_EQ(mkdir(dir.file("made").c_str(), 0755), 0);
-  std::vector<std::string> expected = foldersAbove(top);
-  expected.insert(expected.begin(), top);
-  expected.push_back(top + "/made");
-  EXPECT_EQ(syncedByAdd(dir.file("made/reg"), "first"), expected);
+  EXPECT_EQ(syncedByAdd(dir.file("made/reg"), "first"), expectedOf(top + "/made"));
 }
 
 TEST_F(RegistryFolder, RegistryThatAScanHasMadeHasItsFirstRecordStillToCome) {
@@ -120,19 +131,36 @@ TEST_F(RegistryFolder, RegistryThatAScanHasMadeHasItsFirstRecordStillToCome) {
   PlainRegistry registry(dir.file("a/reg"));
   ASSERT_EQ(registry.OpenScan(), 0u);
   ASSERT_EQ(registry.CloseScan(), 0u);
-  const std::vector<std::string> synced = syncedByAdd(dir.file("a/reg"), "first");
-  ASSERT_FALSE(synced.empty());
-  EXPECT_EQ(synced.front(), top);
+  EXPECT_EQ(syncedByAdd(dir.file("a/reg"), "first"), expectedOf(top + "/a"));
 }
 
 TEST_F(RegistryFolder, OfALinkTheRealFoldersNamesAreSynced) {
   ASSERT_EQ(mkdir(dir.file("elsewhere").c_str(), 0755), 0);
   ASSERT_EQ(mkdir(dir.file("elsewhere/real").c_str(), 0755), 0);
   ASSERT_EQ(symlink("elsewhere/real", dir.file("link").c_str()), 0);
-  const std::vector<std::string> synced = syncedByAdd(dir.file("link/reg"), "first");
-  ASSERT_GE(synced.size(), 2u);
-  EXPECT_EQ(synced[0], top + "/elsewhere");
-  EXPECT_EQ(synced[1], top);
+  EXPECT_EQ(syncedByAdd(dir.file("link/reg"), "first"), expectedOf(top + "/elsewhere/real"));
+}
+
+TEST_F(RegistryFolder, AppendInPlaceHasTheRegistrysOwnNameOnDiskToo) {
+  PlainRegistry registry(dir.file("a/reg"), kGenRegDuplicates);
+  const CallCount syncs(Call::kFsync);
+  ASSERT_EQ(add(registry, "first"), 0u);
+  const int first = syncs.calls();
+  EXPECT_EQ(first, static_cast<int>(foldersUpwards(top + "/a").size()) + 1);
+  ASSERT_EQ(add(registry, "second"), 0u);
+  EXPECT_EQ(syncs.calls(), first + 1);
+}
+
+TEST_F(RegistryFolder, RelativePathDeeperThanAPathMayBeIsWritten) {
+  const std::string name(200, 'd');
+  const int result = osstest::inChild([&] {
+    if (chdir(top.c_str()) != 0) return 2;
+    for (int depth = 0; depth < 25; ++depth) {
+      if (mkdir(name.c_str(), 0755) != 0 || chdir(name.c_str()) != 0) return 3;
+    }
+    return addTo("a/reg", "first") == 0 ? 0 : 1;
+  });
+  EXPECT_EQ(result, 0);
 }
 
 TEST_F(RegistryFolder, FailedSyncAboveFailsTheAddAndIsAskedForAgainByTheNext) {
@@ -141,9 +169,7 @@ TEST_F(RegistryFolder, FailedSyncAboveFailsTheAddAndIsAskedForAgainByTheNext) {
     EXPECT_NE(addTo(dir.file("a/reg"), "first"), 0u);
     EXPECT_TRUE(fault.fired());
   }
-  const std::vector<std::string> synced = syncedByAdd(dir.file("a/reg"), "first");
-  ASSERT_FALSE(synced.empty());
-  EXPECT_EQ(synced.front(), top);
+  EXPECT_EQ(syncedByAdd(dir.file("a/reg"), "first"), expectedOf(top + "/a"));
 }
 
 // Opens an empty registry for its first record.
@@ -165,14 +191,18 @@ TEST_F(RegistryFolderOpen, FailedSyncAboveIsARegistryThatCannotBeOpened) {
   EXPECT_TRUE(fault.fired());
 }
 
-TEST_F(RegistryFolderOpen, SoIsOneWhoseFolderOrOneAboveCannotBeNamedOrLookedAt) {
-  for (const Call call : {Call::kDirectoryName, Call::kStat}) {
-    for (const int nth : {1, 2}) {
-      const FailCall fault(call, nth, EIO);
-      EXPECT_EQ(registry.OpenReg(kGenRegAdd), 0x900001BFu);
-      EXPECT_TRUE(fault.fired());
-      EXPECT_EQ(registry.CloseReg(kGenRegRead), 0u);
-    }
+TEST_F(RegistryFolderOpen, SoIsOneWhoseFolderCannotBeNamed) {
+  const FailCall fault(Call::kDirectoryName, 1, EIO);
+  EXPECT_EQ(registry.OpenReg(kGenRegAdd), 0x900001BFu);
+  EXPECT_TRUE(fault.fired());
+}
+
+TEST_F(RegistryFolderOpen, SoIsOneWhoseFolderOrOneAboveCannotBeLookedAt) {
+  for (const int nth : {1, 2}) {
+    const FailCall fault(Call::kStat, nth, EIO);
+    EXPECT_EQ(registry.OpenReg(kGenRegAdd), 0x900001BFu);
+    EXPECT_TRUE(fault.fired());
+    EXPECT_EQ(registry.CloseReg(kGenRegRead), 0u);
   }
 }
 
@@ -183,17 +213,23 @@ TEST_F(RegistryFolderOpen, SoIsOneWhoseFolderIsMovedAway) {
   EXPECT_TRUE(move.fired());
 }
 
-TEST_F(RegistryFolderOpen, FolderAboveThatMayNotBeOpenedOrLookedAtIsPassedOver) {
-  for (const Call call : {Call::kOpen, Call::kStat}) {
-    for (const int error : {EACCES, EPERM}) {
-      const FailCall fault(call, 2, error);  // the first is the registry's, or its folder's
-      const CallCount syncs(Call::kFsync);
-      EXPECT_EQ(registry.OpenReg(kGenRegAdd), 0u);
-      EXPECT_TRUE(fault.fired());
-      EXPECT_EQ(syncs.calls(), static_cast<int>(foldersAbove(top).size()));
-      EXPECT_EQ(registry.CloseReg(kGenRegRead), 0u);
-    }
+TEST_F(RegistryFolderOpen, FolderThatMayNotBeReadIsPassedOver) {
+  for (const int error : {EACCES, EPERM}) {
+    const FailCall fault(Call::kOpen, 3, error);  // the registry's and its folder's come first
+    const CallCount syncs(Call::kFsync);
+    EXPECT_EQ(registry.OpenReg(kGenRegAdd), 0u);
+    EXPECT_TRUE(fault.fired());
+    EXPECT_EQ(syncs.calls(), static_cast<int>(foldersUpwards(top + "/a").size()) - 1);
+    EXPECT_EQ(registry.CloseReg(kGenRegRead), 0u);
   }
+}
+
+TEST_F(RegistryFolderOpen, FolderThatMayNotBePassedThroughEndsTheWayUp) {
+  const FailCall fault(Call::kStat, 3, EACCES);
+  const CallCount syncs(Call::kFsync);
+  EXPECT_EQ(registry.OpenReg(kGenRegAdd), 0u);
+  EXPECT_TRUE(fault.fired());
+  EXPECT_EQ(syncs.calls(), 2);
 }
 
 TEST_F(RegistryFolder, FolderAboveThatMayNotBeReadIsPassedOver) {
@@ -204,12 +240,14 @@ TEST_F(RegistryFolder, FolderAboveThatMayNotBeReadIsPassedOver) {
   ASSERT_EQ(chmod(dir.path().c_str(), 0711), 0);
   const int result = osstest::inChild([&] {
     if (setgid(65534) != 0 || setuid(65534) != 0) return 2;
+    if (access(dir.path().c_str(), X_OK) != 0) return kOutOfReach;
     return addTo(registry, "first") == 0 ? 0 : 1;
   });
+  if (result == kOutOfReach) GTEST_SKIP() << "the temporary folder is closed to others";
   EXPECT_EQ(result, 0);
 }
 
-TEST_F(RegistryFolder, RelativePathBelowAClosedFolderIsWrittenUnsynced) {
+TEST_F(RegistryFolder, RelativePathBelowAClosedFolderIsSyncedUpToIt) {
   if (geteuid() != 0) GTEST_SKIP() << "giving up privileges needs privileges";
   ASSERT_EQ(mkdir(dir.file("closed").c_str(), 0755), 0);
   ASSERT_EQ(mkdir(dir.file("closed/open").c_str(), 0777), 0);
@@ -218,16 +256,22 @@ TEST_F(RegistryFolder, RelativePathBelowAClosedFolderIsWrittenUnsynced) {
   const int result = osstest::inChild([&] {
     if (chdir(dir.file("closed/open").c_str()) != 0) return 3;
     if (setgid(65534) != 0 || setuid(65534) != 0) return 2;
-    return addTo("reg", "first") == 0 ? 0 : 1;
+    const CallCount syncs(Call::kFsync);
+    if (addTo("a/b/reg", "first") != 0) return 1;
+    return syncs.calls() == 3 + kSyncsOfAnUpdate ? 0 : 4;  // b, a and open
   });
   EXPECT_EQ(result, 0);
 }
 
-TEST_F(RegistryFolder, PolicyNoneSyncsNothingAbove) {
+TEST_F(RegistryFolder, PolicyNoneLooksAtNoFolderAbove) {
   const vrxtest::SyncPolicy none(OSSSyncPolicy::none);
+  PlainRegistry registry(dir.file("reg"));
   const CallCount syncs(Call::kFsync);
-  EXPECT_EQ(addTo(dir.file("a/b/reg"), "first"), 0u);
+  const CallCount looks(Call::kStat);
+  EXPECT_EQ(registry.OpenReg(kGenRegAdd), 0u);
+  EXPECT_EQ(registry.CloseReg(kGenRegRead), 0u);
   EXPECT_EQ(syncs.calls(), 0);
+  EXPECT_EQ(looks.calls(), 1);  // for the folder of a missing registry
 }
 
 TEST_F(RegistryFolder, ChangeAndDeleteSyncNothingAbove) {
@@ -242,10 +286,21 @@ TEST_F(RegistryFolder, ChangeAndDeleteSyncNothingAbove) {
   EXPECT_EQ(syncs.calls(), 2 * kSyncsOfAnUpdate);
 }
 
+TEST_F(RegistryFolder, WayUpEndsAtTheRoot) {
+  if (geteuid() != 0) GTEST_SKIP() << "another root needs privileges";
+  const int result = osstest::inChild([&] {
+    if (chroot(dir.path().c_str()) != 0 || chdir("/") != 0) return 2;
+    const CallCount syncs(Call::kFsync);
+    if (addTo("/a/reg", "first") != 0) return 1;
+    return syncs.calls() == 2 + kSyncsOfAnUpdate ? 0 : 4;  // a and the root
+  });
+  EXPECT_EQ(result, 0);
+}
+
 // /var is a file system of its own there.
 TEST_F(RegistryFolder, WayUpEndsWhereTheFileSystemIsMounted) {
   vrxtest::inPrivateMounts([] {
-    const std::vector<std::string> expected = {"/var/vrx", "/var", "/var/vrx/a"};
+    const std::vector<std::string> expected = {"/var/vrx/a", "/var/vrx", "/var", "/var/vrx/a"};
     EXPECT_EQ(syncedByAdd("/var/vrx/a/reg", "first"), expected);
   });
 }

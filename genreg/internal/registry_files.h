@@ -30,10 +30,10 @@ bool fileExists(const char* path);
 // 0x90000512 or with the code of the directory's name.
 void ensureDirectoryOf(Operation& op, const char* path);
 
-// Waits until the names of the folder of `path`, and of those above it on its file system, are on
-// disk, as the sync policy has it. They may have been made a moment ago, here or by somebody else,
-// and what stands in a folder is lost with the folder's name. Folders that the process may not read
-// are left out. Fails `op` with 0x900001BF.
+// Waits until `path`'s own name, that of its folder, and those of the folders above it on its file
+// system are on disk, as the sync policy has it. They may have been made a moment ago, here or by
+// somebody else, and what stands in a folder is lost with the folder's name. Folders that the
+// process may not read are left out. Fails `op` with 0x900001BF.
 void syncNamesAbove(Operation& op, const char* path);
 
 // How the registry stream is opened and locked.

@@ -39,10 +39,10 @@ struct alignas(8) OSSFileInfo {
 enum class OSSSyncPolicy : unsigned int {
   none,      // they do nothing and succeed
   standard,  // fsync: the default. An update of a registry makes two: the copy, and the directory
-             // once it holds the copy under the registry's name; for the first record, before
-             // them, one of each directory above
-  full  // where the system has a stronger request than fsync, that one. An update makes a third
-        // flush: the directory, before the rename, once it holds the backup's name
+             // once it holds the copy under the registry's name; before the first record of a
+             // registry, one of each directory that leads to it
+  full       // where the system has a stronger request than fsync, that one. An update makes one
+             // more: the directory, before the rename, once it holds the backup's name
 };
 
 // Removes the name `path`; a link itself, not what it leads to. Directories are refused.

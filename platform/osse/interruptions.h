@@ -23,8 +23,8 @@ auto repeatInterrupted(const Call& call) {
   }
 }
 
-// Reads `size` bytes of a file, or as many as there are before its end. *got tells how many. False
-// after an error, with errno set; those before it have been read.
+// Reads `size` bytes of a file, or as many as there are before its end; *got counts them. False
+// after an error, with errno set; *got counts the bytes read before it.
 inline bool readFully(int descriptor, void* to, std::size_t size, std::size_t* got) {
   for (*got = 0; *got < size;) {
     char* const end = static_cast<char*>(to) + *got;

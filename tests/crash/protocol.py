@@ -60,9 +60,9 @@ class Scene:
     def folder(self):
         return {NO_FOLDER: "a/b/", LINKED: "real/"}.get(self.place, "")
 
-    def folders_above(self):
-        """The folders in which the names stand that lead to the registry's folder."""
-        return {NO_FOLDER: ["a", ""], LINKED: [""]}.get(self.place, [])
+    def folders_upwards(self):
+        """The folders in which the names stand that lead to the registry, the nearest first."""
+        return {NO_FOLDER: ["a/b", "a", ""], LINKED: ["real", ""]}.get(self.place, [""])
 
     @property
     def registry(self):
@@ -122,7 +122,7 @@ class Scene:
         if not self.exists:
             steps.append(("create", self.registry))
         if self.verb == "add" and not self.old:
-            steps += [("flush", name) for name in self.folders_above()]
+            steps += [("flush", name) for name in self.folders_upwards()]
         if "cor" in self.leftovers:
             steps.append(("remove", self.corrupt))
         if "tmp" in self.leftovers:
