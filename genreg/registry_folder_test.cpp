@@ -163,6 +163,25 @@ TEST_F(RegistryFolder, RelativePathDeeperThanAPathMayBeIsWritten) {
   EXPECT_EQ(result, 0);
 }
 
+TEST_F(RegistryFolder, WayUpEndsWhereItsPathHasNoMoreRoom) {
+  constexpr int kDepth = 1400;
+  const int result = osstest::inChild([&] {
+    if (chdir(top.c_str()) != 0) return 2;
+    for (int depth = 0; depth < kDepth; ++depth) {
+      if (mkdir("d", 0755) != 0 || chdir("d") != 0) return 3;
+    }
+    PlainRegistry registry("reg");
+    const FailCall unsynced(Call::kFsync, 1, EACCES, Extent::kFromThenOn);  // not for their sake
+    const bool opened = registry.OpenReg(kGenRegAdd) == 0 && registry.CloseReg(kGenRegRead) == 0;
+    if (unlink("reg") != 0 || unlink("reg.tmp") != 0) return 4;
+    for (int depth = 0; depth < kDepth; ++depth) {
+      if (chdir("..") != 0 || rmdir("d") != 0) return 5;
+    }
+    return opened && unsynced.calls() > 1000 && unsynced.calls() < kDepth ? 0 : 1;
+  });
+  EXPECT_EQ(result, 0);
+}
+
 TEST_F(RegistryFolder, FailedSyncAboveFailsTheAddAndIsAskedForAgainByTheNext) {
   {
     const FailCall fault(Call::kFsync, 1, EIO);
@@ -178,11 +197,10 @@ class RegistryFolderOpen : public RegistryFolder {
   RegistryFolderOpen() {
     EXPECT_EQ(mkdir(dir.file("a").c_str(), 0755), 0);
     vrxtest::writeFile(dir.file("a/reg"), "");
-    EXPECT_EQ(registry.setRegistryPaths(dir.file("a/reg").c_str()), 0u);
   }
   ~RegistryFolderOpen() override { EXPECT_EQ(registry.CloseReg(kGenRegRead), 0u); }
 
-  PlainRegistry registry{dir.file("reg")};
+  PlainRegistry registry{dir.file("a/reg")};
 };
 
 TEST_F(RegistryFolderOpen, FailedSyncAboveIsARegistryThatCannotBeOpened) {

@@ -62,7 +62,8 @@ class Scene:
 
     def folders_upwards(self):
         """The folders in which the names stand that lead to the registry, the nearest first."""
-        return {NO_FOLDER: ["a/b", "a", ""], LINKED: ["real", ""]}.get(self.place, [""])
+        names = self.folder.split("/")[:-1]
+        return ["/".join(names[:count]) for count in range(len(names), -1, -1)]
 
     @property
     def registry(self):

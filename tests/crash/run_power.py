@@ -35,12 +35,15 @@ SHOWN_FINDINGS = 25
 MANY = 100  # records, for an update of several writes
 
 
+def without_folder(subject):
+    return protocol.Scene(subject, "add", protocol.ABSENT, place=protocol.NO_FOLDER)
+
+
 def short_work(subject):
     """(scene, models, grain) triples."""
     work = [(protocol.Scene(subject, verb, 5), (power.ORDERED,), power.COARSE) for verb in subjects.VERBS]
     work.append((protocol.Scene(subject, "change", 5, LEFTOVERS), (power.ORDERED, power.TORN), power.COARSE))
-    folder = protocol.Scene(subject, "add", protocol.ABSENT, place=protocol.NO_FOLDER)
-    work.append((folder, (power.ORDERED, power.REORDERED), power.COARSE))
+    work.append((without_folder(subject), (power.ORDERED, power.REORDERED), power.COARSE))
     return [*work, (protocol.Scene(subject, "add", protocol.ABSENT), (power.ORDERED,), power.COARSE)]
 
 
@@ -52,8 +55,7 @@ def full_work(subject):
             for leftovers in ((), ("tmp",), ("cor",), ("bkp",), LEFTOVERS):
                 work.append((protocol.Scene(subject, verb, size, leftovers), every, power.FINE))
         work.append((protocol.Scene(subject, verb, MANY), every, power.COARSE))
-    folder = protocol.Scene(subject, "add", protocol.ABSENT, place=protocol.NO_FOLDER)
-    return [*work, (folder, every, power.FINE)]
+    return [*work, (without_folder(subject), every, power.FINE)]
 
 
 def record(stage, policy):
